@@ -1,0 +1,19 @@
+#include "core/model/cmmetatypes.h"
+
+#include "core/model/cmrequest.h"
+#include "records/thriftregister.h"
+
+void orvoRegisterMetaTypes()
+{
+    ThriftRegister::registerMetaTypes();
+    qRegisterMetaType<CMRequest>("CMRequest");
+    qRegisterMetaType<CMGetDataRequest>("CMGetDataRequest");
+    qRegisterMetaType<CMGetRowsRequest>("CMGetRowsRequest");
+    qRegisterMetaType<CMMatchRowRequest>("CMMatchRowRequest");
+    qRegisterMetaType<CMSetDataRequest>("CMSetDataRequest");
+    qRegisterMetaType<CMVoidReply>("CMVoidReply");
+    qRegisterMetaType<CMError>("CMError");
+    qRegisterMetaType<QVariant>("QVariant");
+    qRegisterMetaType<CMPath>("CMPath");
+    qRegisterMetaType<CMPath::Params>("CMPath::Params");
+}

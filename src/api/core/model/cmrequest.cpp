@@ -1,0 +1,3 @@
+#include "core/model/cmrequest.h"
+
+CMRequest::Data::~Data() = default;

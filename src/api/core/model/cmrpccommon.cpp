@@ -1,0 +1,315 @@
+#include "core/model/cmrpccommon.h"
+
+#include "core/orvo.h"
+#include "core/orvoJson.h"
+#include "core/orvoLanguage.h"
+#include "core/orvoLog_p.h"
+#include "records/orvoconstants.h"
+
+#include <QPointer>
+#include <QTimerEvent>
+
+#include <cstring>
+
+namespace {
+
+ORVO_LOGGER("CMRPCSocket")
+
+constexpr unsigned char magic[4] = {0xC0, 0xFF, 0xEE, 0x00};
+constexpr int headerSize = 8;
+/// Beyond this the memory of a consumed buffer is given back.
+constexpr int keptCapacity = 64 * 1024;
+
+quint32 bodySize(const char* header)
+{
+    quint32 size;
+    std::memcpy(&size, header + sizeof magic, sizeof size);
+    return size;
+}
+
+} // namespace
+
+CMRPCSocket::CMRPCSocket(QObject* parent, const QString& name, const QString& remoteName, QLocalSocket* socket)
+    : QObject(parent), m_name(name), m_remoteName(remoteName),
+      m_logName(remoteName.isEmpty() ? name : name + QStringLiteral(" -> ") + remoteName),
+      m_socket(socket ? socket : new QLocalSocket(this))
+{
+    m_socket->setParent(this);
+    m_buffer.reserve(keptCapacity);
+    orvoConnect(m_socket, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
+                SLOT(on_socket_error(QLocalSocket::LocalSocketError)));
+    orvoConnect(m_socket, SIGNAL(connected()), this, SLOT(on_socket_connected()));
+    orvoConnect(m_socket, SIGNAL(disconnected()), this, SLOT(on_socket_disconnected()));
+    orvoConnect(m_socket, SIGNAL(readyRead()), this, SLOT(on_socket_readyRead()));
+}
+
+CMRPCSocket::~CMRPCSocket()
+{
+    // This may run inside one of the socket's signals, which Qt does not let it survive; it goes a turn later.
+    m_socket->disconnect(this);
+    m_socket->setParent(nullptr);
+    m_socket->flush();
+    m_socket->abort();
+    m_socket->deleteLater();
+}
+
+void CMRPCSocket::sendRequest(const OrvoRequest& request)
+{
+    sendPacket(OrvoRPCPacket().setRequest(request));
+}
+
+void CMRPCSocket::sendReply(const OrvoReply& reply)
+{
+    sendPacket(OrvoRPCPacket().setReply(reply));
+}
+
+void CMRPCSocket::sendSubscribe(const OrvoSubscribe& subscribe)
+{
+    sendPacket(OrvoRPCPacket().setSubscribe(subscribe));
+}
+
+void CMRPCSocket::sendChange(const OrvoChangeNotification& change)
+{
+    sendPacket(OrvoRPCPacket().setChange(change));
+}
+
+QString CMRPCSocket::socketPathFromPrefix(const QString& prefix)
+{
+    return OrvoRPCSocketPrefix() + prefix + OrvoRPCSocketSuffix();
+}
+
+QString CMRPCSocket::stateToString(QLocalSocket::LocalSocketState state)
+{
+    switch (state) {
+    case QLocalSocket::UnconnectedState:
+        return QStringLiteral("Unconnected");
+    case QLocalSocket::ConnectingState:
+        return QStringLiteral("Connecting");
+    case QLocalSocket::ConnectedState:
+        return QStringLiteral("Connected");
+    case QLocalSocket::ClosingState:
+        return QStringLiteral("Closing");
+    }
+    return QStringLiteral("Unknown");
+}
+
+QString CMRPCSocket::errorToString(QLocalSocket::LocalSocketError error)
+{
+    switch (int(error)) {
+    case QLocalSocket::ConnectionRefusedError:
+        return QStringLiteral("Connection refused");
+    case QLocalSocket::PeerClosedError:
+        return QStringLiteral("Connection closed by peer");
+    case QLocalSocket::ServerNotFoundError:
+        return QStringLiteral("Server not found");
+    case QLocalSocket::SocketAccessError:
+        return QStringLiteral("Lacking socket privileges");
+    case QLocalSocket::SocketResourceError:
+        return QStringLiteral("Too many sockets");
+    case QLocalSocket::SocketTimeoutError:
+        return QStringLiteral("Socket timeout");
+    case QLocalSocket::DatagramTooLargeError:
+        return QStringLiteral("Datagram too large");
+    case QLocalSocket::ConnectionError:
+        return QStringLiteral("Connection error");
+    case QLocalSocket::UnsupportedSocketOperationError:
+        return QStringLiteral("Unsupported socket operation");
+    default:
+        return QStringLiteral("Unknown error");
+    }
+}
+
+void CMRPCSocket::sendPacket(const OrvoRPCPacket& packet)
+{
+    if (m_socket->write(reinterpret_cast<const char*>(magic), sizeof magic) != qint64(sizeof magic)) {
+        LOG4CPLUS_ERROR(logger(), m_logName << ": Error writing MAGIC to socket!");
+        return;
+    }
+    const QByteArray text = packet.toJson(false);
+    const quint32 size = quint32(text.size()) + 1;
+    if (m_socket->write(reinterpret_cast<const char*>(&size), sizeof size) != qint64(sizeof size)) {
+        LOG4CPLUS_ERROR(logger(), m_logName << ": Error writing size to socket!");
+        return;
+    }
+    // A QByteArray ends with a NUL of its own.
+    if (m_socket->write(text.constData(), size) != qint64(size))
+        LOG4CPLUS_ERROR(logger(), m_logName << ": Error writing data to socket!");
+}
+
+void CMRPCSocket::processRequest(const OrvoRequest& request)
+{
+    LOG4CPLUS_ERROR(logger(), m_logName << ": Request not handled, discarding: " << request);
+}
+
+void CMRPCSocket::processReply(const OrvoReply& reply)
+{
+    LOG4CPLUS_ERROR(logger(), m_logName << ": Reply not handled, discarding: " << reply);
+}
+
+void CMRPCSocket::processSubscribe(const OrvoSubscribe& subscribe)
+{
+    LOG4CPLUS_ERROR(logger(), m_logName << ": Subscribe not handled, discarding: " << subscribe);
+}
+
+void CMRPCSocket::processChange(const OrvoChangeNotification& change)
+{
+    LOG4CPLUS_ERROR(logger(), m_logName << ": Change notification not handled, discarding: " << change);
+}
+
+void CMRPCSocket::on_socket_error(QLocalSocket::LocalSocketError error)
+{
+    if (error == QLocalSocket::PeerClosedError)
+        LOG4CPLUS_INFO(logger(), m_logName << ": Socket error occured: " << errorToString(error));
+    else
+        LOG4CPLUS_ERROR(logger(), m_logName << ": Socket error occured: " << errorToString(error));
+}
+
+void CMRPCSocket::on_socket_connected()
+{
+    LOG4CPLUS_INFO(logger(), m_logName << ": Socket connected");
+}
+
+void CMRPCSocket::on_socket_disconnected()
+{
+    LOG4CPLUS_INFO(logger(), m_logName << ": Socket disconnected");
+}
+
+void CMRPCSocket::on_socket_readyRead()
+{
+    receive();
+    const QPointer<CMRPCSocket> alive(this);
+    while (takePacket() == Next::GoOn) {
+        if (!alive)
+            return;
+    }
+    if (!alive)
+        return;
+    dropConsumed();
+    // What the handlers wrote leaves now, in one piece, without another turn of the event loop.
+    if (m_socket->bytesToWrite() > 0)
+        m_socket->flush();
+}
+
+void CMRPCSocket::receive()
+{
+    const int available = int(m_socket->bytesAvailable());
+    const int filled = m_buffer.size();
+    m_buffer.resize(filled + available);
+    const qint64 read = m_socket->read(m_buffer.data() + filled, available);
+    m_buffer.resize(filled + int(qMax<qint64>(read, 0)));
+}
+
+CMRPCSocket::Next CMRPCSocket::takePacket()
+{
+    const char* packet = m_buffer.constData() + m_consumed;
+    const int left = m_buffer.size() - m_consumed;
+    if (left < headerSize)
+        return Next::Stop;
+    if (std::memcmp(packet, magic, sizeof magic) != 0) {
+        LOG4CPLUS_ERROR(logger(), m_logName << ": Invalid magic field in the received packet: "
+                                            << QByteArray(packet, sizeof magic).toHex());
+        m_consumed = m_buffer.size();
+        return Next::Stop;
+    }
+    const quint32 size = bodySize(packet);
+    if (size > quint32(left - headerSize))
+        return Next::Stop;
+
+    // The text ends at its NUL, whatever the size says, but within what was received.
+    const char* text = packet + headerSize;
+    const size_t length = strnlen(text, size_t(left - headerSize));
+    OrvoError error;
+    const QVariant parsed = OrvoJson::parse(QByteArray::fromRawData(text, int(length)), error);
+    m_consumed += headerSize + int(size);
+    if (!error.isEmpty()) {
+        LOG4CPLUS_ERROR(logger(), m_logName << ": Error parsing JSON: " << error.message());
+        // The packets behind it wait for the next bytes.
+        return Next::Stop;
+    }
+    dispatch(OrvoRPCPacket(parsed));
+    return Next::GoOn;
+}
+
+void CMRPCSocket::dispatch(const OrvoRPCPacket& packet)
+{
+    if (packet.__contains(OrvoRPCPacket::Request()))
+        processRequest(packet.request());
+    else if (packet.__contains(OrvoRPCPacket::Reply()))
+        processReply(packet.reply());
+    else if (packet.__contains(OrvoRPCPacket::Subscribe()))
+        processSubscribe(packet.subscribe());
+    else if (packet.__contains(OrvoRPCPacket::Change()))
+        processChange(packet.change());
+    else
+        LOG4CPLUS_ERROR(logger(), m_logName << ": Invalid packet received: " << packet);
+}
+
+void CMRPCSocket::dropConsumed()
+{
+    m_buffer.remove(0, m_consumed);
+    m_consumed = 0;
+    if (m_buffer.isEmpty() && m_buffer.capacity() > keptCapacity) {
+        m_buffer = QByteArray();
+        m_buffer.reserve(keptCapacity);
+    }
+}
+
+void CMRPCSocket::forgetReceived()
+{
+    m_consumed = m_buffer.size();
+    dropConsumed();
+}
+
+OrvoError orvoErrorFromCMError(const CMError& error)
+{
+    OrvoError wire;
+    wire.setName(error.name());
+    wire.setMessage(error.message());
+    wire.setTitle(error.title());
+    if (error.contains(CMError::ActionReply()))
+        wire.__insert(OrvoError::ActionReply(), error.value(CMError::ActionReply()));
+    return wire;
+}
+
+CMError cmErrorFromOrvoError(const OrvoError& wire)
+{
+    CMError error(wire.name(), TrString(wire.message()).toString(), TrString(wire.title()).toString());
+    error.insert(CMError::ActionReply(), wire.actionReply().__variant());
+    return error;
+}
+
+CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply)
+    : m_request(request), m_reply(reply)
+{
+    m_timer.start(OrvoRPCRequestExpiryTimeoutMs(), this);
+}
+
+CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, QObject* receiver,
+                                     const char* method, Qt::ConnectionType connectionType)
+    : CMRPCReplyWatcher(request, reply)
+{
+    orvoConnect(this, SIGNAL(replyFinished(QString,CMVoidReply)), receiver, method, connectionType);
+}
+
+void CMRPCReplyWatcher::finished(const CMVoidReply& reply)
+{
+    Q_ASSERT(reply == m_reply);
+    LOG4CPLUS_TRACE(logger(), "Request finished: " << m_request);
+    emit replyFinished(m_request.id(), reply);
+    deleteLater();
+}
+
+void CMRPCReplyWatcher::timerEvent(QTimerEvent* event)
+{
+    if (event->timerId() != m_timer.timerId())
+        return QObject::timerEvent(event);
+    m_timer.stop();
+    on_request_expired();
+}
+
+void CMRPCReplyWatcher::on_request_expired()
+{
+    LOG4CPLUS_WARN(logger(), "Request expired: " << m_request);
+    m_reply.setError(CMError(QStringLiteral("Error"), TrString("Request has expired").toString(),
+                             TrString(CMError::DefaultTitle()).toString()));
+}

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "core/model/cmreply.h"
+#include "core/model/cmreplywatcher.h"
+#include "records/orvorpc.h"
+
+#include <QBasicTimer>
+#include <QByteArray>
+#include <QLocalSocket>
+#include <QObject>
+
+/**
+ * One end of the link between processes: frames JSON packets over a local stream socket and hands on what it receives.
+ *
+ * A packet is the magic bytes C0 FF EE 00, the size of the body as a 32-bit number in native byte order, and the body:
+ * JSON in UTF-8 and a NUL. Lives in one thread. The virtual operations are where a derived class takes packets, and
+ * where a test holds, reorders or drops them. Nothing is retried: trouble is a log line, recovery belongs to the
+ * socket's error and disconnected signals. Any handler may destroy this object.
+ */
+class CMRPCSocket : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// A socket that is given is taken over; otherwise one is made. The remote name may be empty.
+    CMRPCSocket(QObject* parent, const QString& name, const QString& remoteName, QLocalSocket* socket);
+    ~CMRPCSocket() override;
+
+    void sendRequest(const OrvoRequest& request);
+    void sendReply(const OrvoReply& reply);
+    void sendSubscribe(const OrvoSubscribe& subscribe);
+    void sendChange(const OrvoChangeNotification& change);
+
+    /// Where the service of that name listens.
+    static QString socketPathFromPrefix(const QString& prefix);
+    static QString stateToString(QLocalSocket::LocalSocketState state);
+    static QString errorToString(QLocalSocket::LocalSocketError error);
+
+protected:
+    virtual void sendPacket(const OrvoRPCPacket& packet);
+    virtual void processRequest(const OrvoRequest& request);
+    virtual void processReply(const OrvoReply& reply);
+    virtual void processSubscribe(const OrvoSubscribe& subscribe);
+    virtual void processChange(const OrvoChangeNotification& change);
+
+    QString name() const { return m_name; }
+    QString remoteName() const { return m_remoteName; }
+    /// Stands ahead of every log line.
+    QString logName() const { return m_logName; }
+    QLocalSocket* socket() const { return m_socket; }
+    /// Drops what was received and not yet handed on.
+    void forgetReceived();
+
+protected slots:
+    virtual void on_socket_error(QLocalSocket::LocalSocketError error);
+    virtual void on_socket_connected();
+    virtual void on_socket_disconnected();
+    virtual void on_socket_readyRead();
+
+private:
+    enum class Next { GoOn, Stop };
+
+    void receive();
+    Next takePacket();
+    void dispatch(const OrvoRPCPacket& packet);
+    void dropConsumed();
+
+    QByteArray m_buffer;
+    /// How much of the buffer is handed on. Steps over a packet ahead of its handler, which may run an event loop.
+    int m_consumed = 0;
+    const QString m_name;
+    const QString m_remoteName;
+    const QString m_logName;
+    QLocalSocket* const m_socket;
+};
+
+/// The failure as it goes out, and as it came in.
+OrvoError orvoErrorFromCMError(const CMError& error);
+CMError cmErrorFromOrvoError(const OrvoError& wire);
+
+/**
+ * Ties one request to its reply and limits how long the reply may take, at either end of the link.
+ *
+ * The clock starts with the object. When the reply ends, whatever ended it, the watcher tells and deletes itself.
+ */
+class CMRPCReplyWatcher : public QObject, public CMReplyWatcher
+{
+    Q_OBJECT
+
+public:
+    CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply);
+    /// The method takes (QString replyId, CMVoidReply reply).
+    CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, QObject* receiver, const char* method,
+                      Qt::ConnectionType connectionType = Qt::AutoConnection);
+
+    const CMVoidReply& reply() const { return m_reply; }
+    void finished(const CMVoidReply& reply) override;
+
+signals:
+    void replyFinished(QString replyId, CMVoidReply reply);
+
+protected:
+    void timerEvent(QTimerEvent* event) override;
+
+private slots:
+    void on_request_expired();
+
+private:
+    QBasicTimer m_timer;
+    const OrvoRequest m_request;
+    const CMVoidReply m_reply;
+};

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QString>
+#include <Qt>
+
+#include <sys/time.h>
+
+class OrvoValue;
+class QByteArray;
+class QDateTime;
+class QObject;
+
+// Small helpers that the whole library shares. Without state, usable from any thread unless told.
+
+/// QObject::connect on string signatures; a connection that cannot be made stops the process at once.
+bool orvoConnect(const QObject* sender, const char* signal, const QObject* receiver, const char* method,
+                 Qt::ConnectionType type = Qt::AutoConnection);
+/// QObject::disconnect; false when there was no such connection.
+bool orvoDisconnect(const QObject* sender, const char* signal, const QObject* receiver, const char* method);
+
+/// Milliseconds since the epoch.
+long long QDateTime_currentMSecsSinceEpoch();
+long long QDateTime_toMSecsSinceEpoch(const QDateTime& time);
+QDateTime QDateTime_fromMSecsSinceEpoch(long long msecs);
+long long timeval_toMsec(const timeval* time);
+/// Milliseconds of the clock that never jumps.
+long long QElapsedTimer_getMonotonicMsecs();
+/// The current local time as "yyyyMMdd hh:mm:ss.zzz".
+QString orvoLocalTimeDateString();
+
+QByteArray QCryptographicHash_hash_sha256(const QByteArray& bytes);
+/// The longest head of UTF-8 text that has at most n bytes and splits no character.
+QByteArray QByteArray_leftUtf8(const QByteArray& bytes, int n);
+/// A new random UUID without braces.
+QString orvoGenerateUuid();
+/// The payload as text; the record's JSON when it has no scalar payload.
+QString orvoValueToQString(const OrvoValue& value);
+
+/// Names the calling thread for the kernel, cut to 15 bytes of UTF-8.
+void orvoSetThreadName(const QString& name);

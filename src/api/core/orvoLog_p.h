@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
+#include <ostream>
+
+/**
+ * Logging inside the library: ORVO_LOGGER("CMPath") at namespace scope, then LOG4CPLUS_WARN(logger(), "text " <<
+ * value).
+ *
+ * The logger is looked up once and never destroyed, so that it may be used while the process ends.
+ */
+#define ORVO_LOGGER(name)                                                                                              \
+    [[maybe_unused]] const log4cplus::Logger& logger()                                                                 \
+    {                                                                                                                  \
+        static const auto* const instance =                                                                            \
+            new log4cplus::Logger(log4cplus::Logger::getInstance(LOG4CPLUS_TEXT(name)));                               \
+        return *instance;                                                                                              \
+    }
+
+inline std::ostream& operator<<(std::ostream& stream, const QByteArray& bytes)
+{
+    return stream.write(bytes.constData(), bytes.size());
+}
+
+inline std::ostream& operator<<(std::ostream& stream, const QString& text)
+{
+    return stream << text.toUtf8();
+}

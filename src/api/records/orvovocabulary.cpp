@@ -1,0 +1,64 @@
+#include "records/orvovocabulary.h"
+
+namespace {
+
+constexpr OrvoRolesType::Enum rolesTypes[] = {
+    OrvoRolesType::Container_, OrvoRolesType::Image_, OrvoRolesType::Audio_,  OrvoRolesType::Video_,
+    OrvoRolesType::Playlist_,  OrvoRolesType::Query_, OrvoRolesType::Action_, OrvoRolesType::Value_,
+};
+
+} // namespace
+
+QString OrvoRolesType::toString(Enum type)
+{
+    switch (type) {
+    case None_:
+        break;
+    case Container_:
+        return Container();
+    case Image_:
+        return Image();
+    case Audio_:
+        return Audio();
+    case Video_:
+        return Video();
+    case Playlist_:
+        return Playlist();
+    case Query_:
+        return Query();
+    case Action_:
+        return Action();
+    case Value_:
+        return Value();
+    }
+    return QString();
+}
+
+OrvoRolesType::Enum OrvoRolesType::fromString(const QString& text)
+{
+    for (Enum type : rolesTypes)
+        if (toString(type) == text)
+            return type;
+    return None_;
+}
+
+QString OrvoRolesContainerType::toString(Enum type)
+{
+    switch (type) {
+    case None_:
+        break;
+    case Context_:
+        return QStringLiteral("context");
+    case Form_:
+        return QStringLiteral("form");
+    }
+    return QString();
+}
+
+OrvoRolesContainerType::Enum OrvoRolesContainerType::fromString(const QString& text)
+{
+    for (Enum type : {Context_, Form_})
+        if (toString(type) == text)
+            return type;
+    return None_;
+}

@@ -1,0 +1,8 @@
+#pragma once
+
+// Everything that orvo::kit offers.
+
+#include "orvo_api.h"
+
+#include "cmremoteworker.h"
+#include "cmroutingworker.h"

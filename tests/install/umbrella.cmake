@@ -1,0 +1,33 @@
+cmake_minimum_required(VERSION 3.22)
+
+# Compares FOLDER/UMBRELLA with the headers under FOLDER: neither may name what the other lacks.
+file(GLOB_RECURSE headers RELATIVE ${FOLDER} ${FOLDER}/*.h)
+list(FILTER headers EXCLUDE REGEX "_p\\.h$")
+list(REMOVE_ITEM headers ${UMBRELLA})
+
+file(STRINGS ${FOLDER}/${UMBRELLA} lines REGEX "^#include \"")
+set(included "")
+foreach(line IN LISTS lines)
+  string(REGEX REPLACE "^#include \"(.*)\".*" "\\1" header "${line}")
+  # What an umbrella takes from another folder is none of its own headers.
+  if(NOT header MATCHES "^orvo_")
+    list(APPEND included ${header})
+  endif()
+endforeach()
+
+set(faults "")
+foreach(header IN LISTS headers)
+  if(NOT header IN_LIST included)
+    string(APPEND faults "\n  add:    #include \"${header}\"")
+  endif()
+endforeach()
+foreach(header IN LISTS included)
+  if(NOT header IN_LIST headers)
+    string(APPEND faults "\n  remove: #include \"${header}\"")
+  endif()
+endforeach()
+if(faults)
+  message(FATAL_ERROR "${UMBRELLA} differs from the public headers in ${FOLDER}:${faults}")
+endif()
+list(LENGTH headers count)
+message(STATUS "${UMBRELLA} includes all ${count} public headers")
