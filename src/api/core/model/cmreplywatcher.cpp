@@ -2,6 +2,8 @@
 
 #include "core/orvo.h"
 
+#include <QThread>
+
 CMReplyWatcher::~CMReplyWatcher() = default;
 
 CMReplyWatcherObject::CMReplyWatcherObject(QObject* parent) : QObject(parent)
@@ -19,9 +21,27 @@ void CMReplyWatcherObject::finished(const CMVoidReply& reply)
     deleteLater();
 }
 
-CMReplyWatcherObject2::CMReplyWatcherObject2(QObject* parent, Qt::ConnectionType type) : CMReplyWatcherObject(parent)
+CMReplyWatcherObject2::CMReplyWatcherObject2(QObject* parent, Qt::ConnectionType type)
+    : CMReplyWatcherObject(parent), m_type(type)
 {
-    connect(this, &CMReplyWatcherObject::finishedSignal, this, &CMReplyWatcherObject2::on_finished, type);
+}
+
+void CMReplyWatcherObject2::finished(const CMVoidReply& reply)
+{
+    emit finishedSignal(reply);
+    const bool isOwnThread = thread() == QThread::currentThread();
+    if (m_type == Qt::DirectConnection || (m_type == Qt::AutoConnection && isOwnThread)) {
+        on_finished(reply);
+        if (isOwnThread)
+            delete this;
+        else
+            deleteLater();
+    } else {
+        QMetaObject::invokeMethod(
+            this, [this, reply] { on_finished(reply); },
+            m_type == Qt::BlockingQueuedConnection ? m_type : Qt::QueuedConnection);
+        deleteLater();
+    }
 }
 
 CMLambdaWatcherObject::CMLambdaWatcherObject(std::function<void(const CMVoidReply&)> function, Qt::ConnectionType type)

@@ -36,7 +36,13 @@ signals:
     void finishedSignal(CMVoidReply reply);
 };
 
-/// A one-shot watcher whose slot runs in its own thread.
+/**
+ * A one-shot watcher whose slot runs as by a connection of that type from its own signal: in its own thread unless the
+ * type is direct, and at once where that is the finishing thread.
+ *
+ * The connection itself is left out, and the object goes at once after a call in its own thread: a request is answered
+ * without a posted event, and so without another turn of the event loop.
+ */
 class CMReplyWatcherObject2 : public CMReplyWatcherObject
 {
     Q_OBJECT
@@ -44,8 +50,13 @@ class CMReplyWatcherObject2 : public CMReplyWatcherObject
 public:
     CMReplyWatcherObject2(QObject* parent, Qt::ConnectionType type);
 
+    void finished(const CMVoidReply& reply) override;
+
 protected slots:
     virtual void on_finished(CMVoidReply reply) = 0;
+
+private:
+    const Qt::ConnectionType m_type;
 };
 
 /// A one-shot watcher that calls a function in its own thread.

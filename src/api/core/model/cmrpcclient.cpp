@@ -165,13 +165,12 @@ void CMRPCClient::on_sendRequest_private(OrvoRequest request, const CMVoidReply&
 {
     request.setId(name() + QLatin1Char(':') + QString::number(m_version.next()));
     sendRequest(request);
-    auto* watcher = new CMRPCReplyWatcher(request, reply);
-    connect(watcher, &CMRPCReplyWatcher::replyFinished, this, &CMRPCClient::on_request_finished);
+    auto* watcher = new CMRPCReplyWatcher(request, reply, this);
     m_requests.insert(request.id(), watcher);
     reply.addWatcher(watcher);
 }
 
-void CMRPCClient::on_request_finished(QString requestId, CMVoidReply)
+void CMRPCClient::requestEnded(const QString& requestId, const CMVoidReply&)
 {
     if (!m_requests.take(requestId))
         return;

@@ -64,6 +64,7 @@ protected:
     void sendPacket(const OrvoRPCPacket& packet) override;
     void processReply(const OrvoReply& reply) override;
     void processChange(const OrvoChangeNotification& change) override;
+    void requestEnded(const QString& requestId, const CMVoidReply& reply) override;
 
 protected slots:
     void on_socket_error(QLocalSocket::LocalSocketError error) override;
@@ -73,7 +74,6 @@ protected slots:
 private slots:
     void on_sendRequest_private(OrvoRequest request, const CMVoidReply& reply);
     void on_subscribePath_private(const OrvoSubscribe& subscribe);
-    void on_request_finished(QString requestId, CMVoidReply reply);
     void on_reconnectTimer_timeout();
 
 private:

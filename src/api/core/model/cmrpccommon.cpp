@@ -6,7 +6,7 @@
 #include "core/orvoLog_p.h"
 #include "records/orvoconstants.h"
 
-#include <QPointer>
+#include <QThread>
 #include <QTimerEvent>
 
 #include <cstring>
@@ -17,6 +17,7 @@ ORVO_LOGGER("CMRPCSocket")
 
 constexpr unsigned char magic[4] = {0xC0, 0xFF, 0xEE, 0x00};
 constexpr int headerSize = 8;
+constexpr int firstCapacity = 4 * 1024;
 /// Beyond this the memory of a consumed buffer is given back.
 constexpr int keptCapacity = 64 * 1024;
 
@@ -35,7 +36,7 @@ CMRPCSocket::CMRPCSocket(QObject* parent, const QString& name, const QString& re
       m_socket(socket ? socket : new QLocalSocket(this))
 {
     m_socket->setParent(this);
-    m_buffer.reserve(keptCapacity);
+    m_buffer.reserve(firstCapacity);
     orvoConnect(m_socket, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
                 SLOT(on_socket_error(QLocalSocket::LocalSocketError)));
     orvoConnect(m_socket, SIGNAL(connected()), this, SLOT(on_socket_connected()));
@@ -250,8 +251,12 @@ void CMRPCSocket::dropConsumed()
     m_consumed = 0;
     if (m_buffer.isEmpty() && m_buffer.capacity() > keptCapacity) {
         m_buffer = QByteArray();
-        m_buffer.reserve(keptCapacity);
+        m_buffer.reserve(firstCapacity);
     }
+}
+
+void CMRPCSocket::requestEnded(const QString&, const CMVoidReply&)
+{
 }
 
 void CMRPCSocket::forgetReceived()
@@ -278,15 +283,15 @@ CMError cmErrorFromOrvoError(const OrvoError& wire)
     return error;
 }
 
-CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply)
-    : m_request(request), m_reply(reply)
+CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, CMRPCSocket* owner)
+    : m_request(request), m_reply(reply), m_owner(owner)
 {
     m_timer.start(OrvoRPCRequestExpiryTimeoutMs(), this);
 }
 
 CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, QObject* receiver,
                                      const char* method, Qt::ConnectionType connectionType)
-    : CMRPCReplyWatcher(request, reply)
+    : CMRPCReplyWatcher(request, reply, nullptr)
 {
     orvoConnect(this, SIGNAL(replyFinished(QString,CMVoidReply)), receiver, method, connectionType);
 }
@@ -296,7 +301,24 @@ void CMRPCReplyWatcher::finished(const CMVoidReply& reply)
     Q_ASSERT(reply == m_reply);
     LOG4CPLUS_TRACE(logger(), "Request finished: " << m_request);
     emit replyFinished(m_request.id(), reply);
-    deleteLater();
+    if (thread() != QThread::currentThread()) {
+        QMetaObject::invokeMethod(
+            this, [this, reply] { tell(reply); }, Qt::QueuedConnection);
+        deleteLater();
+        return;
+    }
+    tell(reply);
+    // Inside of the timer's own event the object has to last a little longer.
+    if (m_timer.isActive())
+        delete this;
+    else
+        deleteLater();
+}
+
+void CMRPCReplyWatcher::tell(const CMVoidReply& reply)
+{
+    if (m_owner)
+        m_owner->requestEnded(m_request.id(), reply);
 }
 
 void CMRPCReplyWatcher::timerEvent(QTimerEvent* event)

@@ -8,6 +8,7 @@
 #include <QByteArray>
 #include <QLocalSocket>
 #include <QObject>
+#include <QPointer>
 
 /**
  * One end of the link between processes: frames JSON packets over a local stream socket and hands on what it receives.
@@ -50,6 +51,8 @@ protected:
     QLocalSocket* socket() const { return m_socket; }
     /// Drops what was received and not yet handed on.
     void forgetReceived();
+    /// The reply to the request of that id ended, and its watcher goes.
+    virtual void requestEnded(const QString& id, const CMVoidReply& reply);
 
 protected slots:
     virtual void on_socket_error(QLocalSocket::LocalSocketError error);
@@ -58,6 +61,8 @@ protected slots:
     virtual void on_socket_readyRead();
 
 private:
+    friend class CMRPCReplyWatcher;
+
     enum class Next { GoOn, Stop };
 
     void receive();
@@ -81,14 +86,16 @@ CMError cmErrorFromOrvoError(const OrvoError& wire);
 /**
  * Ties one request to its reply and limits how long the reply may take, at either end of the link.
  *
- * The clock starts with the object. When the reply ends, whatever ended it, the watcher tells and deletes itself.
+ * The clock starts with the object. When the reply ends, whatever ended it and in whichever thread, the watcher tells
+ * in its own thread, by its signal or, without a connection and so quicker, its owner; then it deletes itself.
  */
 class CMRPCReplyWatcher : public QObject, public CMReplyWatcher
 {
     Q_OBJECT
 
 public:
-    CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply);
+    /// Tells the owner's requestEnded(), while there is an owner.
+    CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, CMRPCSocket* owner);
     /// The method takes (QString replyId, CMVoidReply reply).
     CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, QObject* receiver, const char* method,
                       Qt::ConnectionType connectionType = Qt::AutoConnection);
@@ -106,7 +113,10 @@ private slots:
     void on_request_expired();
 
 private:
+    void tell(const CMVoidReply& reply);
+
     QBasicTimer m_timer;
     const OrvoRequest m_request;
     const CMVoidReply m_reply;
+    const QPointer<CMRPCSocket> m_owner;
 };

@@ -137,8 +137,7 @@ void CMRPCConnection::processRequest(const OrvoRequest& request)
     const CMRequest built = requestFromWire(request);
     if (!built.isNull()) {
         const CMVoidReply reply = built.reply();
-        auto* watcher = new CMRPCReplyWatcher(request, reply);
-        connect(watcher, &CMRPCReplyWatcher::replyFinished, this, &CMRPCConnection::on_reply_finished);
+        auto* watcher = new CMRPCReplyWatcher(request, reply, this);
         m_watchers.insert(request.id(), watcher);
         reply.addWatcher(watcher);
         CMRoot()->request(built);
@@ -162,7 +161,7 @@ void CMRPCConnection::cancelRequest(const QString& id)
     reply.cancel();
 }
 
-void CMRPCConnection::on_reply_finished(QString replyId, CMVoidReply reply)
+void CMRPCConnection::requestEnded(const QString& replyId, const CMVoidReply& reply)
 {
     if (!m_watchers.take(replyId))
         return;

@@ -48,12 +48,12 @@ protected:
     void sendPacket(const OrvoRPCPacket& packet) override;
     void processRequest(const OrvoRequest& request) override;
     void processSubscribe(const OrvoSubscribe& subscribe) override;
+    void requestEnded(const QString& replyId, const CMVoidReply& reply) override;
 
 protected slots:
     void on_socket_disconnected() override;
 
 private slots:
-    void on_reply_finished(QString replyId, CMVoidReply reply);
     void on_subscribe_valueChanged(const CMPath& path, const QVariant& value);
     void on_subscribe_dataChanged(const CMPath& path);
     void on_subscribe_rowsChanged(const CMPath& path, const QStringList& changes, int version, int oldVersion);
