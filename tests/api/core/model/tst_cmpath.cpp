@@ -1,76 +1,16 @@
 #include "core/model/cmpath.h"
 
 #include "logcapture.h"
+#include "support/allocationcount.h"
 
 #include <QDebug>
 #include <QRandomGenerator>
 #include <QSet>
 #include <QtTest>
 
-#include <atomic>
-#include <cstdlib>
 #include <sstream>
 
-// Allocations of this thread are counted while the flag is up.
 namespace {
-
-thread_local bool s_counting = false;
-std::atomic<int> s_allocations{0};
-
-void countAllocation()
-{
-    if (s_counting)
-        ++s_allocations;
-}
-
-} // namespace
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// Sanitizers have an allocator of their own, which offers a hook.
-extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, size_t),
-                                                         void (*)(const volatile void*));
-
-static const int s_hooked = __sanitizer_install_malloc_and_free_hooks(
-    [](const volatile void*, size_t) { countAllocation(); }, [](const volatile void*) {});
-#else
-extern "C" {
-
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* memory, size_t size);
-
-void* malloc(size_t size)
-{
-    countAllocation();
-    return __libc_malloc(size);
-}
-
-void* calloc(size_t count, size_t size)
-{
-    countAllocation();
-    return __libc_calloc(count, size);
-}
-
-void* realloc(void* memory, size_t size)
-{
-    countAllocation();
-    return __libc_realloc(memory, size);
-}
-
-} // extern "C"
-#endif
-
-namespace {
-
-template <typename Function>
-int allocationsOf(Function function)
-{
-    s_allocations = 0;
-    s_counting = true;
-    function();
-    s_counting = false;
-    return s_allocations;
-}
 
 using Params = CMPath::Params;
 
