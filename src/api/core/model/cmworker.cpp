@@ -10,6 +10,7 @@
 #include <QPointer>
 
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -42,7 +43,7 @@ public:
             auto* data = new CMGetRowsRequest::Data;
             data->path = m_request.path();
             data->fromRow = m_row;
-            data->toRow = m_row + 100;
+            data->toRow = m_row <= INT_MAX - 100 ? m_row + 100 : INT_MAX;
             data->rowsVersion = m_request.rowsVersion();
             data->roles = m_roles;
             const CMGetRowsRequest request(data);
