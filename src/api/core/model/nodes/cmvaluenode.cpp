@@ -88,6 +88,9 @@ OrvoEdit CMValueNode::edit() const
 
 void CMValueNode::setValue(const OrvoValue& value)
 {
+    // A receiver of valueChanged() may take the node out; the lock below must not outlive it. Before it is registered
+    // nothing refers to the node.
+    const QExplicitlySharedDataPointer<CMNode> self(ref.loadRelaxed() > 0 ? this : nullptr);
     const QMutexLocker lock(mutex());
     LOG4CPLUS_TRACE(logger(), "CMValueNode::setValue: " << value);
     if (m_value == value)
