@@ -395,7 +395,7 @@ private slots:
 
     void aPathRowThatFailsShowsItsErrorAndTheOthersAreServed()
     {
-        const LogCapture log("CMNode");
+        const LogCapture log("CMContainerNode");
         NodesFixture f;
         Container* node = Container::create(f.nodes(), P("x:a"));
         node->content = {stretch({QString("y:none?k=v"), titled("own")})};
@@ -414,7 +414,7 @@ private slots:
 
     void aPathRowThatDoesNotAnswerShowsTimeoutAndTheRestIsFetchedLater()
     {
-        const LogCapture log("CMNode");
+        const LogCapture log("CMContainerNode");
         const LogCapture containerLog("CMContainerNode");
         NodesFixture f;
         f.root()->hold(P("y:silent"));

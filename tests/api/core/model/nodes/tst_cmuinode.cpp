@@ -122,7 +122,7 @@ private slots:
     void whatIsSetIsAnsweredUnderItsRole()
     {
         QFETCH(QByteArray, name);
-        const LogCapture quiet("CMNode");
+        const LogCapture quiet("CMUINode");
         const Setter s = setter(name);
         NodesFixture f;
         CMUINode* node = CMUINode::create(f.nodes(), P("x:a"));
@@ -260,7 +260,7 @@ private slots:
 
     void aPathThatFailsIsAnItemWithTheMessageAsItsTitle()
     {
-        const LogCapture log("CMNode");
+        const LogCapture log("CMUINode");
         NodesFixture f;
         QCOMPARE(CMUINode::browseItem("x:none?k=v", {}), OrvoRoles().setTitle("Node at path 'x:none?k=v' does not exist"));
         QCOMPARE(log.lines(), QStringList("ERROR CMUIItem::getItem: x:none?k=v CMAbstractWorker::invalidPath: Node at "
@@ -269,7 +269,7 @@ private slots:
 
     void aPathThatDoesNotAnswerIsAnItemThatTimedOut()
     {
-        const LogCapture log("CMNode");
+        const LogCapture log("CMUINode");
         NodesFixture f;
         f.root()->hold(P("x:c"));
         QCOMPARE(CMUINode::browseItem("x:c", {}), OrvoRoles().setTitle("Timeout"));
