@@ -6,9 +6,19 @@
 #include "core/orvo.h"
 #include "core/orvoLog_p.h"
 
+#include <QDebug>
+
 namespace {
 
 ORVO_LOGGER("CMValueNode")
+
+/// Any variant that a client sends; a record has no text of its own.
+QString logText(const QVariant& value)
+{
+    QString text;
+    QDebug(&text).nospace() << value;
+    return text;
+}
 
 } // namespace
 
@@ -34,7 +44,7 @@ QMutex* CMValueNode::mutex() const
 bool CMValueNode::setDataRequest(const CMSetDataRequest& request)
 {
     LOG4CPLUS_TRACE(logger(), "CMValueNode::setDataRequest: path:" << request.path() << " role:" << request.role()
-                                                                   << " value:" << request.value().toString());
+                                                                   << " value:" << logText(request.value()));
     const QMutexLocker lock(mutex());
     const bool isOperation = request.role() == OrvoRoles::ValueOperation();
     if (!request.path().equals(path(), CMPath::WithoutParams)
