@@ -47,9 +47,8 @@ public:
             data->rowsVersion = m_request.rowsVersion();
             data->roles = m_roles;
             const CMGetRowsRequest request(data);
-            m_reply = request.reply();
             m_state = Asking;
-            m_reply.addWatcher(this);
+            request.reply().addWatcher(this);
             m_worker->getRowsRequest(request);
             if (m_state.exchange(Waiting) == Asking)
                 return;
@@ -57,8 +56,9 @@ public:
         delete this;
     }
 
-    void finished(const CMVoidReply&) override
+    void finished(const CMVoidReply& reply) override
     {
+        m_reply = CMReply<OrvoRowsRoles>(static_cast<CMReplyData<OrvoRowsRoles>*>(reply.data()));
         if (m_state.exchange(Answered) == Asking)
             return;
         if (goesOn())
@@ -98,7 +98,8 @@ private:
     const CMMatchRowRequest m_request;
     int m_row;
     const QStringList m_roles;
-    CMReply<OrvoRowsRoles> m_reply;
+    /// The last answer. Not held before it is there, so that a reply that nobody will finish is warned of.
+    CMReply<OrvoRowsRoles> m_reply{nullptr};
     std::atomic<State> m_state{Asking};
 };
 
