@@ -21,6 +21,8 @@
 #include "core/model/cmroot.h"
 #include "core/model/cmrpcclient.h"
 #include "core/model/cmrpccommon.h"
+#include "core/model/cmrpcconnection.h"
+#include "core/model/cmrpcreplywatcher.h"
 #include "core/model/cmrpcserver.h"
 #include "core/model/cmsubscribe.h"
 #include "core/model/cmsubscribechange.h"

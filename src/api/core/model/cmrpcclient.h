@@ -51,6 +51,11 @@ public:
     void cancelAllRequests();
     bool isConnected() const { return socket()->state() == QLocalSocket::ConnectedState; }
 
+    /// Holds the packet back while the link is down, without a limit.
+    void sendPacket(const OrvoRPCPacket& packet) override;
+    void processReply(const OrvoReply& reply) override;
+    void processChange(const OrvoChangeNotification& change) override;
+
 signals:
     void sendRequestPrivate(OrvoRequest request, const CMVoidReply& reply);
     void subscribePathPrivate(const OrvoSubscribe& subscribe);
@@ -61,9 +66,6 @@ signals:
     void connectedChanged(bool connected);
 
 protected:
-    void sendPacket(const OrvoRPCPacket& packet) override;
-    void processReply(const OrvoReply& reply) override;
-    void processChange(const OrvoChangeNotification& change) override;
     void requestEnded(const QString& requestId, const CMVoidReply& reply) override;
 
 protected slots:

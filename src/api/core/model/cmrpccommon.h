@@ -1,21 +1,18 @@
 #pragma once
 
 #include "core/model/cmreply.h"
-#include "core/model/cmreplywatcher.h"
+#include "core/model/cmrpcreplywatcher.h"
 #include "records/orvorpc.h"
 
-#include <QBasicTimer>
 #include <QByteArray>
 #include <QLocalSocket>
 #include <QObject>
-#include <QPointer>
 
 /**
  * One end of the link between processes: frames JSON packets over a local stream socket and hands on what it receives.
  *
  * A packet is the magic bytes C0 FF EE 00, the size of the body as a 32-bit number in native byte order, and the body:
- * JSON in UTF-8 and a NUL. Lives in one thread. The virtual operations are where a derived class takes packets, and
- * where a test holds, reorders or drops them. Nothing is retried: trouble is a log line, recovery belongs to the
+ * JSON in UTF-8 and a NUL. Lives in one thread. Nothing is retried: trouble is a log line, recovery belongs to the
  * socket's error and disconnected signals. Any handler may destroy this object.
  */
 class CMRPCSocket : public QObject
@@ -37,13 +34,14 @@ public:
     static QString stateToString(QLocalSocket::LocalSocketState state);
     static QString errorToString(QLocalSocket::LocalSocketError error);
 
-protected:
+    // The road of every packet: what derived classes take over, and where a test holds, reorders or drops packets.
     virtual void sendPacket(const OrvoRPCPacket& packet);
     virtual void processRequest(const OrvoRequest& request);
     virtual void processReply(const OrvoReply& reply);
     virtual void processSubscribe(const OrvoSubscribe& subscribe);
     virtual void processChange(const OrvoChangeNotification& change);
 
+protected:
     QString name() const { return m_name; }
     QString remoteName() const { return m_remoteName; }
     /// Stands ahead of every log line.
@@ -82,41 +80,3 @@ private:
 /// The failure as it goes out, and as it came in.
 OrvoError orvoErrorFromCMError(const CMError& error);
 CMError cmErrorFromOrvoError(const OrvoError& wire);
-
-/**
- * Ties one request to its reply and limits how long the reply may take, at either end of the link.
- *
- * The clock starts with the object. When the reply ends, whatever ended it and in whichever thread, the watcher tells
- * in its own thread, by its signal or, without a connection and so quicker, its owner; then it deletes itself.
- */
-class CMRPCReplyWatcher : public QObject, public CMReplyWatcher
-{
-    Q_OBJECT
-
-public:
-    /// Tells the owner's requestEnded(), while there is an owner.
-    CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, CMRPCSocket* owner);
-    /// The method takes (QString replyId, CMVoidReply reply).
-    CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, QObject* receiver, const char* method,
-                      Qt::ConnectionType connectionType = Qt::AutoConnection);
-
-    const CMVoidReply& reply() const { return m_reply; }
-    void finished(const CMVoidReply& reply) override;
-
-signals:
-    void replyFinished(QString replyId, CMVoidReply reply);
-
-protected:
-    void timerEvent(QTimerEvent* event) override;
-
-private slots:
-    void on_request_expired();
-
-private:
-    void tell(const CMVoidReply& reply);
-
-    QBasicTimer m_timer;
-    const OrvoRequest m_request;
-    const CMVoidReply m_reply;
-    const QPointer<CMRPCSocket> m_owner;
-};
