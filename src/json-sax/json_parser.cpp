@@ -1,3 +1,5 @@
+// One state machine, in one file for all its length: what a byte does is read beside the states that it leads to.
+
 #include "json_sax.h"
 #include "json_text_p.h"
 
