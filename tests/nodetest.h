@@ -52,7 +52,9 @@ public:
     void matchRowRequest(const CMMatchRowRequest& request) override { m_worker->matchRowRequest(request); }
     void setDataRequest(const CMSetDataRequest& request) override
     {
+        QMutexLocker lock(&m_mutex);
         requests.append("setData " + request.path().toEncoded() + ' ' + request.role());
+        lock.unlock();
         m_worker->setDataRequest(request);
     }
     void connectChange(CMAbstractWorker::ChangeType changeType, const CMPath& path, QObject* receiver,
