@@ -28,7 +28,16 @@ CMSubscribe::CMSubscribe(const QString& id, QObject* parent, bool mergeEvents)
     }
 }
 
-CMSubscribe::~CMSubscribe() = default;
+CMSubscribe::~CMSubscribe()
+{
+    const auto abandon = [](const auto& map) {
+        for (const auto& change : map)
+            change->m_subscribe = nullptr;
+    };
+    abandon(m_valueChanges);
+    abandon(m_dataChanges);
+    abandon(m_rowsChanges);
+}
 
 const QString& CMSubscribe::RowsChangeReset()
 {

@@ -51,7 +51,8 @@ bool CMSubscribeChange::disconnectReceiver(QObject* receiver, const char* method
 
 void CMSubscribeChange::receiverDestroyed(QObject* receiver)
 {
-    m_subscribe->receiverDestroyed(this, receiver);
+    if (m_subscribe)
+        m_subscribe->receiverDestroyed(this, receiver);
 }
 
 CMSubscribeValueChange::CMSubscribeValueChange(CMSubscribe* subscribe, const CMPath& path)

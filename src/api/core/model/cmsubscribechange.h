@@ -51,7 +51,8 @@ protected:
     mutable QMutex m_mutex;
     const char* const m_signal;
     const QMetaMethod m_signalMethod;
-    CMSubscribe* const m_subscribe;
+    /// Null when the hub has died inside the delivery that still holds this change.
+    CMSubscribe* m_subscribe;
     const CMPath m_path;
     bool m_queued = false;
     QMultiHash<QObject*, Subscriber> m_subscribers;
