@@ -174,10 +174,17 @@ void CMSubscribe::dataChanged(const CMPath& path)
 
 void CMSubscribe::rowsChanged(const CMPath& path, const QString& change, int version, int oldVersion)
 {
-    rowsChanged(path, QStringList(change), version, oldVersion);
+    // Not by way of a list, which costs an allocation on every unwatched path.
+    reportRows(path, &change, &change + 1, version, oldVersion);
 }
 
 void CMSubscribe::rowsChanged(const CMPath& path, const QStringList& changes, int version, int oldVersion)
+{
+    reportRows(path, changes.cbegin(), changes.cend(), version, oldVersion);
+}
+
+template <typename Iterator>
+void CMSubscribe::reportRows(const CMPath& path, Iterator first, Iterator last, int version, int oldVersion)
 {
     const QMutexLocker lock(&m_mutex);
     const auto it = m_rowsChanges.constFind(path);
@@ -185,10 +192,10 @@ void CMSubscribe::rowsChanged(const CMPath& path, const QStringList& changes, in
         LOG4CPLUS_TRACE(logger(), "no one subscribed for rowsChange at path " << path);
         return;
     }
-    if (changes.isEmpty())
+    if (first == last)
         return;
-    for (const QString& change : changes)
-        (*it)->addChange(change, version, oldVersion);
+    for (; first != last; ++first)
+        (*it)->addChange(*first, version, oldVersion);
     enqueue(it->data());
 }
 

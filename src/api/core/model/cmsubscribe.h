@@ -124,6 +124,8 @@ private:
     template <typename T>
     bool contains(const ChangeMap<T>& map, const CMPath& path) const;
 
+    template <typename Iterator>
+    void reportRows(const CMPath& path, Iterator first, Iterator last, int version, int oldVersion);
     void enqueue(CMSubscribeChange* change);
     void receiverDestroyed(CMSubscribeChange* change, QObject* receiver);
 
