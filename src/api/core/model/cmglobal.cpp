@@ -1,5 +1,6 @@
 #include "core/model/cmglobal.h"
 
+#include "core/orvoMimeTypes.h"
 #include "records/orvoroles.h"
 
 namespace {
@@ -49,4 +50,17 @@ OrvoRoles CMGlobal::rolesValuesToHash(const QStringList& roles, const QList<QVar
         if (carriesSomething(values.at(i)))
             hash.insert(roles.at(i), values.at(i));
     return OrvoRoles(std::move(hash));
+}
+
+OrvoRolesType::Enum CMGlobal::mimeTypeToRolesType(const QString& mimeType)
+{
+    if (MimeTypes::isAudio(mimeType))
+        return OrvoRolesType::Audio_;
+    if (MimeTypes::isImage(mimeType))
+        return OrvoRolesType::Image_;
+    if (MimeTypes::isVideo(mimeType))
+        return OrvoRolesType::Video_;
+    if (MimeTypes::isPlaylist(mimeType))
+        return OrvoRolesType::Playlist_;
+    return OrvoRolesType::None_;
 }

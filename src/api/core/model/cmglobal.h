@@ -1,12 +1,14 @@
 #pragma once
 
+#include "records/orvovocabulary.h"
+
 #include <QList>
 #include <QStringList>
 #include <QVariant>
 
 class OrvoRoles;
 
-/// Conversions between role records and lists of values. Without state, any thread.
+/// Conversions around role records. Without state, any thread.
 class CMGlobal
 {
 public:
@@ -17,4 +19,9 @@ public:
      * two lists are of one size.
      */
     static OrvoRoles rolesValuesToHash(const QStringList& roles, const QList<QVariant>& values);
+    /**
+     * The node type for a media type; None_ outside the families. Audio is asked before playlists and takes all three
+     * of them: whoever tells a playlist from a track asks MimeTypes::isPlaylist() first.
+     */
+    static OrvoRolesType::Enum mimeTypeToRolesType(const QString& mimeType);
 };
