@@ -236,17 +236,24 @@ void tst_OrvoMimeTypes::uriIsJudgedByItsLastSuffix_data()
 {
     QTest::addColumn<QString>("uri");
     QTest::addColumn<QString>("type");
-    QTest::newRow("path") << "/music/a b/song.flac" << "audio/flac";
-    QTest::newRow("capitals") << "http://host/song.FLAC" << "audio/flac";
+    QTest::newRow("path") << "/music/a b/song.flac"
+                          << "audio/flac";
+    QTest::newRow("capitals") << "http://host/song.FLAC"
+                              << "audio/flac";
     QTest::newRow("a query spoils it") << "http://host/song.flac?id=3" << fallback;
-    QTest::newRow("a query that ends like a name") << "http://host/song?file=x.mp3" << "audio/mpeg";
-    QTest::newRow("only the last suffix") << "backup.tar.gz" << "application/x-gzip";
-    QTest::newRow("only the last suffix of bz2") << "backup.tar.bz2" << "application/x-bzip";
-    QTest::newRow("without a dot the whole text counts") << "mp3" << "audio/mpeg";
+    QTest::newRow("a query that ends like a name") << "http://host/song?file=x.mp3"
+                                                   << "audio/mpeg";
+    QTest::newRow("only the last suffix") << "backup.tar.gz"
+                                          << "application/x-gzip";
+    QTest::newRow("only the last suffix of bz2") << "backup.tar.bz2"
+                                                 << "application/x-bzip";
+    QTest::newRow("without a dot the whole text counts") << "mp3"
+                                                         << "audio/mpeg";
     QTest::newRow("without a dot and unknown") << "song" << fallback;
     QTest::newRow("dot at the end") << "song." << fallback;
     QTest::newRow("dot in a folder") << "/v1.0/song" << fallback;
-    QTest::newRow("hidden file") << ".mp3" << "audio/mpeg";
+    QTest::newRow("hidden file") << ".mp3"
+                                 << "audio/mpeg";
     QTest::newRow("empty") << "" << fallback;
 }
 
@@ -273,14 +280,22 @@ void tst_OrvoMimeTypes::familiesGoByTheBeginning_data()
     for (const auto* group : {&textTypes, &applicationTypes})
         for (const NamedType& type : *group)
             QTest::addRow("%s", type.text) << type.function() << "";
-    QTest::newRow("ogg as an application") << "application/ogg" << "audio";
-    QTest::newRow("application/ogg with more") << "application/ogg; codecs=x" << "";
-    QTest::newRow("audio with a parameter") << "audio/L16;rate=44100" << "audio";
-    QTest::newRow("playlist with a parameter") << "audio/x-scpls; charset=utf-8" << "audio";
-    QTest::newRow("capitals") << "AUDIO/MPEG" << "";
-    QTest::newRow("the family alone") << "audio" << "";
-    QTest::newRow("not at the beginning") << "x-audio/mpeg" << "";
-    QTest::newRow("empty") << "" << "";
+    QTest::newRow("ogg as an application") << "application/ogg"
+                                           << "audio";
+    QTest::newRow("application/ogg with more") << "application/ogg; codecs=x"
+                                               << "";
+    QTest::newRow("audio with a parameter") << "audio/L16;rate=44100"
+                                            << "audio";
+    QTest::newRow("playlist with a parameter") << "audio/x-scpls; charset=utf-8"
+                                               << "audio";
+    QTest::newRow("capitals") << "AUDIO/MPEG"
+                              << "";
+    QTest::newRow("the family alone") << "audio"
+                                      << "";
+    QTest::newRow("not at the beginning") << "x-audio/mpeg"
+                                          << "";
+    QTest::newRow("empty") << ""
+                           << "";
 }
 
 void tst_OrvoMimeTypes::familiesGoByTheBeginning()

@@ -4,6 +4,7 @@
 #include "core/model/cmmetatypes.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QSemaphore>
 #include <QSet>
 #include <QThread>
@@ -11,8 +12,10 @@
 #include <QtTest>
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -49,28 +52,74 @@ void inAnotherThread(const std::function<void()>& function)
     std::thread(function).join();
 }
 
+/// Opened by one thread and passed by another; made of what race checkers know.
+class Gate
+{
+public:
+    void open()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_open = true;
+        m_condition.notify_all();
+    }
+    void pass()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_condition.wait(lock, [this] { return m_open; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_condition;
+    bool m_open = false;
+};
+
 /// Another thread with an event loop.
-class LoopThread : public QThread
+class LoopThread
 {
 public:
     LoopThread()
     {
-        m_context.moveToThread(this);
-        start();
+        Gate ready;
+        m_running = std::thread([this, &ready] {
+            QObject context;
+            QEventLoop loop;
+            m_context = &context;
+            m_loop = &loop;
+            m_thread = QThread::currentThread();
+            ready.open();
+            loop.exec();
+        });
+        ready.pass();
     }
-    ~LoopThread() override
+    ~LoopThread()
     {
-        quit();
-        wait();
+        run([this] { m_loop->quit(); });
+        m_running.join();
     }
-    /// Runs the function there and waits for it.
-    void run_(const std::function<void()>& function)
+    QThread* thread() const { return m_thread; }
+    /// Runs the function there, after all that was queued there before, and waits for it.
+    void run(const std::function<void()>& function)
     {
-        QMetaObject::invokeMethod(&m_context, function, Qt::BlockingQueuedConnection);
+        Gate start;
+        Gate done;
+        start.open();
+        QMetaObject::invokeMethod(
+            m_context,
+            [&] {
+                start.pass();
+                function();
+                done.open();
+            },
+            Qt::QueuedConnection);
+        done.pass();
     }
 
 private:
-    QObject m_context;
+    std::thread m_running;
+    QObject* m_context = nullptr;
+    QEventLoop* m_loop = nullptr;
+    QThread* m_thread = nullptr;
 };
 
 class ReversingTranslator : public QTranslator
@@ -477,7 +526,7 @@ void tst_CMDataTransfer::callbacksRunInTheThreadThatRegisteredThem()
     Log there;
     LoopThread thread;
     transfer.onDataAvailable(here.data()).onFinished(here.end());
-    thread.run_([&] { transfer.onDataAvailable(there.data()).onFinished(there.end()); });
+    thread.run([&] { transfer.onDataAvailable(there.data()).onFinished(there.end()); });
 
     inAnotherThread([&] {
         transfer.dataAvailable("one");
@@ -490,10 +539,10 @@ void tst_CMDataTransfer::callbacksRunInTheThreadThatRegisteredThem()
     QCOMPARE(here.threads, QSet<QThread*>{QThread::currentThread()});
 
     // What was queued there before this call has run by then.
-    thread.run_([] {});
+    thread.run([] {});
     QCOMPARE(there.chunks, (QList<QByteArray>{"one", "two"}));
     QCOMPARE(there.ends, QList<CMError>{someError});
-    QCOMPARE(there.threads, QSet<QThread*>{&thread});
+    QCOMPARE(there.threads, QSet<QThread*>{thread.thread()});
 }
 
 void tst_CMDataTransfer::directCallOvertakesQueuedOnes()
@@ -644,13 +693,13 @@ void tst_CMDataTransfer::callbackOfAForeignThreadGoesInItsOwnThread()
     LoopThread thread;
     {
         const CMUnbufferedDataTransfer transfer;
-        thread.run_([&] {
+        thread.run([&] {
             auto token = std::make_shared<Token>(goneIn);
             transfer.onDataAvailable([token](const QByteArray&) {});
         });
         QVERIFY(!goneIn);
     }
-    QTRY_COMPARE(goneIn.load(), static_cast<QThread*>(&thread));
+    QTRY_COMPARE(goneIn.load(), thread.thread());
 }
 
 void tst_CMDataTransfer::callsForAThreadThatIsGoneAreDropped()
@@ -704,7 +753,7 @@ void tst_CMDataTransfer::manyProducersReachAllConsumersInOrder()
     LoopThread threads[2];
     transfer.onDataAvailable(here.data());
     for (int i = 0; i < 2; ++i)
-        threads[i].run_([&, i] { transfer.onDataAvailable(logs[i].data()).onFinished(logs[i].end()); });
+        threads[i].run([&, i] { transfer.onDataAvailable(logs[i].data()).onFinished(logs[i].end()); });
 
     std::vector<std::thread> running;
     for (int p = 0; p < producers; ++p)
@@ -717,7 +766,7 @@ void tst_CMDataTransfer::manyProducersReachAllConsumersInOrder()
     transfer.finish(someError);
     QTRY_COMPARE(here.chunks.size(), producers * chunks);
     for (LoopThread& thread : threads)
-        thread.run_([] {});
+        thread.run([] {});
 
     for (const Log* log : {&here, &logs[0], &logs[1]}) {
         QCOMPARE(log->chunks.size(), producers * chunks);
@@ -763,7 +812,7 @@ void tst_CMDataTransfer::handlesDroppedWhileCallsAreOnTheirWay()
     constexpr int chunks = 5;
     for (int round = 0; round < rounds; ++round) {
         auto transfer = std::make_unique<CMDataTransfer>(CMUnbufferedDataTransfer());
-        consumer.run_([&] { transfer->onDataAvailable([&](const QByteArray&) { ++arrived; }); });
+        consumer.run([&] { transfer->onDataAvailable([&](const QByteArray&) { ++arrived; }); });
         // The last handle goes here, in the producer's thread, while the consumer's is in the midst of the calls.
         for (int i = 0; i < chunks; ++i)
             transfer->dataAvailable("x");
