@@ -1,0 +1,155 @@
+// The service that the tests of orvoctl speak to: its argument is its name. Prints "ready" when it listens.
+
+#include "orvo_kit.h"
+
+#include <QCoreApplication>
+
+#include <log4cplus/logger.h>
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+/// A node that takes every request and leaves it open; holding the requests keeps their replies alive.
+class SilentNode : public CMNode
+{
+public:
+    using CMNode::CMNode;
+
+    bool request(CMRequest request) override
+    {
+        m_requests.append(request);
+        return true;
+    }
+
+private:
+    QList<CMRequest> m_requests;
+};
+
+/// Ends as its reply says.
+class Action : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Action(CMListRowsNode* rows) : m_rows(rows) {}
+
+public slots:
+    void echo(CMSetDataRequest request) { request.reply().setValue(request.value()); }
+    void fail(CMSetDataRequest request)
+    {
+        request.reply().setError(
+            CMError(QStringLiteral("noMotor"), QStringLiteral("The motor is missing"), QStringLiteral("Cannot move")));
+    }
+    /// Inserts, changes, moves and removes rows, in one merged delivery.
+    void shuffle(CMSetDataRequest request)
+    {
+        m_rows->rowsInsert(0, OrvoRoles().setId("new").setTitle("New"));
+        m_rows->rowsSet(0, OrvoRoles().setId("new").setTitle("Newer"));
+        m_rows->rowsMove(0, 2);
+        m_rows->rowsRemoveAt(2);
+        request.reply().setValue(QVariant());
+    }
+    void crash(CMSetDataRequest) { _exit(9); }
+
+private:
+    CMListRowsNode* const m_rows;
+};
+
+class Service
+{
+public:
+    explicit Service(const QString& name)
+        : m_worker({{OrvoWorkerArguments::MergeEvents(), true},
+                    {OrvoWorkerArguments::Prefix(), CMPath::fromPrefix(name).toEncoded()}},
+                   name)
+    {
+        CMRoot_setInstance(&m_worker);
+        addValues();
+        addList();
+        addTree();
+        addActions();
+        auto* silent = new SilentNode(path("silent"));
+        silent->setNodes(m_worker.nodes());
+        m_server = new CMRPCServer(&m_worker, name);
+    }
+
+private:
+    CMPath path(const char* place) const { return m_worker.addPrefix(QLatin1String(place)); }
+
+    CMValueNode* addValue(const char* place, const char* title, const OrvoValue& value)
+    {
+        CMValueNode* node = CMValueNode::create(m_worker.nodes(), path(place));
+        node->setTitle(TrString(QLatin1String(title)));
+        node->setValue(value);
+        return node;
+    }
+
+    void addValues()
+    {
+        addValue("volume", "Volume", OrvoValue().setI32_(20))
+            ->setEdit(OrvoEdit().setMin("0").setMax("100").setStep("1"));
+        addValue("mute", "Mute", OrvoValue().setBool_(false));
+        addValue("byte", "Byte", OrvoValue().setByte_(1));
+        addValue("short", "Short", OrvoValue().setI16_(1));
+        addValue("long", "Long", OrvoValue().setI64_(1));
+        addValue("gain", "Gain", OrvoValue().setDouble_(0.5));
+        addValue("name", "Name", OrvoValue().setString_("Kitchen"));
+        addValue("serial", "Serial", OrvoValue().setString_("A1"))->setReadOnly(true);
+        CMUINode::create(m_worker.nodes(), path("plain"))->setTitle(TrString("Plain"));
+    }
+
+    void addList()
+    {
+        m_rows = CMListRowsNode::create(m_worker.nodes(), path("numbers"));
+        m_rows->setTitle(TrString("Numbers"));
+        for (int i = 0; i < 250; ++i) {
+            const QString number = QString::number(i);
+            m_rows->rowsAppend(OrvoRoles().setId(number).setTitle(QStringLiteral("Number ") + number));
+        }
+    }
+
+    void addTree()
+    {
+        CMListRowsNode* root = CMListRowsNode::create(m_worker.nodes(), path("tree"));
+        CMListRowsNode* branch = CMListRowsNode::create(m_worker.nodes(), path("tree/branch"));
+        root->setTitle(TrString("Tree"));
+        branch->setTitle(TrString("Branch"));
+        root->rowsAppend(path("volume"));
+        root->rowsAppend(path("tree/branch"));
+        branch->rowsAppend(path("name"));
+        // A circle.
+        branch->rowsAppend(path("tree"));
+    }
+
+    void addActions()
+    {
+        m_action.reset(new Action(m_rows));
+        CMNodes* nodes = m_worker.nodes();
+        CMActivateNode::create(nodes, path("echo"), m_action.data(), SLOT(echo(CMSetDataRequest)));
+        CMActivateNode::create(nodes, path("fail"), m_action.data(), SLOT(fail(CMSetDataRequest)));
+        CMActivateNode::create(nodes, path("shuffle"), m_action.data(), SLOT(shuffle(CMSetDataRequest)));
+        CMActivateNode::create(nodes, path("crash"), m_action.data(), SLOT(crash(CMSetDataRequest)));
+    }
+
+    CMNodesWorker m_worker;
+    CMListRowsNode* m_rows = nullptr;
+    QScopedPointer<Action> m_action;
+    CMRPCServer* m_server = nullptr;
+};
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication application(argc, argv);
+    log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
+    orvoRegisterMetaTypes();
+    const Service service(application.arguments().value(1));
+    puts("ready");
+    fflush(stdout);
+    return application.exec();
+}
+
+#include "ctlservice.moc"

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "arguments.h"
+
+#include <QString>
+#include <QVector>
+
+class CMPath;
+class Link;
+class Output;
+
+/// What a verb works with; lives as long as the verb runs.
+struct Session
+{
+    const Arguments& arguments;
+    Output& output;
+    Link& link;
+};
+
+/// One word of orvoctl's language.
+struct Verb
+{
+    QString name;
+    /// How its arguments read in the usage line.
+    QString arguments;
+    QString summary;
+    QString details;
+    int leastArguments;
+    /// -1 for any number.
+    int mostArguments;
+    QVector<Option> options;
+    /// Returns for success, throws a Failure otherwise.
+    void (*run)(Session& session);
+};
+
+Verb getVerb();
+Verb invokeVerb();
+Verb matchVerb();
+Verb pingVerb();
+Verb rowsVerb();
+Verb setVerb();
+Verb treeVerb();
+Verb waitVerb();
+Verb watchVerb();
+
+/// All of them, as the help shows them.
+const QVector<Verb>& verbs();
+/// Null for an unknown name.
+const Verb* findVerb(const QString& name);
+
+QString generalHelp();
+QString verbHelp(const Verb& verb);
+
+/// The path of an argument. Throws for one that names no service.
+CMPath pathArgument(const QString& text);
