@@ -14,12 +14,14 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QLocalSocket>
 
 #include <algorithm>
 
 namespace {
 
 constexpr int timeoutMs = 300;
+constexpr int connectMs = 20;
 /// As many as a person reads.
 constexpr int mostRows = 100;
 
@@ -31,7 +33,15 @@ QStringList verbNames()
     return names;
 }
 
-/// Those whose sockets are there.
+/// A socket file outlives a service that was killed.
+bool isListening(const QString& service)
+{
+    QLocalSocket socket;
+    socket.connectToServer(CMRPCClient::socketPathFromPrefix(service));
+    return socket.waitForConnected(connectMs);
+}
+
+/// Those that listen at their sockets.
 QStringList serviceNames()
 {
     const QFileInfo prefix(OrvoRPCSocketPrefix());
@@ -40,8 +50,12 @@ QStringList serviceNames()
                    QDir::System | QDir::Files);
     QStringList names;
     const QStringList files = dir.entryList();
-    for (const QString& file : files)
-        names.append(file.mid(prefix.fileName().size(), file.size() - prefix.fileName().size() - suffix.size()));
+    for (const QString& file : files) {
+        const int length = file.size() - prefix.fileName().size() - suffix.size();
+        const QString name = file.mid(prefix.fileName().size(), length);
+        if (isListening(name))
+            names.append(name);
+    }
     return names;
 }
 

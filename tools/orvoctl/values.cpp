@@ -90,6 +90,22 @@ QVariant parseJson(const QString& text)
     return value;
 }
 
+bool isFilled(const QVariant& value)
+{
+    switch (int(value.type())) {
+    case QVariant::Invalid:
+        return false;
+    case QVariant::String:
+        return !value.toString().isEmpty();
+    case QVariant::Hash:
+        return !value.toHash().isEmpty();
+    case QVariant::List:
+        return !value.toList().isEmpty();
+    default:
+        return true;
+    }
+}
+
 QString roleText(const QVariant& value)
 {
     switch (int(value.type())) {

@@ -14,5 +14,7 @@ QString valueTypeName(const OrvoValue& value);
 OrvoValue parseValue(const QString& typeName, const QString& text);
 /// The JSON of an argument. Throws a Failure of ExitStatus::Usage when it is malformed.
 QVariant parseJson(const QString& text);
+/// Whether the value says anything: neither absent nor an empty text, list or hash.
+bool isFilled(const QVariant& value);
 /// A role's value as people read it; what is neither scalar nor a typed value is shown as JSON.
 QString roleText(const QVariant& value);

@@ -22,7 +22,8 @@ void run(Session& session)
         if (asked.isEmpty() && !value.isValid())
             continue;
         document.insert(roles.at(i), value);
-        lines.append(QStringList{roles.at(i), roleText(value)});
+        if (!asked.isEmpty() || isFilled(value))
+            lines.append(QStringList{roles.at(i), roleText(value)});
     }
     if (session.output.isJson())
         session.output.document(document);

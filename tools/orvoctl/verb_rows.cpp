@@ -18,7 +18,7 @@ QVector<int> filledColumns(const RowsRead& read, int columns)
     QVector<int> filled;
     for (int column = 0; column < columns; ++column)
         for (const QVariantList& row : read.rows)
-            if (!roleText(row.value(column)).isEmpty()) {
+            if (isFilled(row.value(column))) {
                 filled.append(column);
                 break;
             }

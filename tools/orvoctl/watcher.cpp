@@ -4,6 +4,7 @@
 #include "core/model/cmroles.h"
 #include "core/model/cmrpcclient.h"
 #include "core/model/cmsubscribe.h"
+#include "failure.h"
 #include "link.h"
 #include "output.h"
 #include "records/orvoroles.h"
@@ -11,6 +12,7 @@
 
 #include <QPointer>
 
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -91,13 +93,15 @@ void Watcher::add(const CMPath& path, CMAbstractWorker::ChangeType kind, bool sh
 
 void Watcher::exec()
 {
-    if (!m_stopped && m_left != 0)
+    if (m_left != 0)
         m_loop.exec();
 }
 
 void Watcher::stop()
 {
-    m_stopped = true;
+    // While the first states are read, a reply is waited for. Nothing is buffered here, and the services notice.
+    if (!m_loop.isRunning())
+        _exit(int(ExitStatus::Success));
     m_loop.quit();
 }
 
@@ -111,19 +115,35 @@ Watcher::Watched* Watcher::find(const CMPath& path, CMAbstractWorker::ChangeType
 
 void Watcher::follow(CMRemoteWorker* worker, const QString& service)
 {
-    if (m_followed.contains(worker))
+    if (m_services.contains(worker))
         return;
-    m_followed.append(worker);
+    m_services.insert(worker, {service, true});
     connect(worker->client(), &CMRPCClient::connectedChanged, this,
-            [=](bool connected) { onConnectedChanged(worker, service, connected); });
+            [=](bool connected) { onConnectedChanged(worker, connected); });
 }
 
-void Watcher::onConnectedChanged(CMRemoteWorker* worker, const QString& service, bool connected)
+void Watcher::onConnectedChanged(CMRemoteWorker* worker, bool connected)
 {
-    Output::error(QStringLiteral("link to service '%1' %2")
-                      .arg(service, connected ? QStringLiteral("regained") : QStringLiteral("lost")));
-    if (!connected)
-        return;
+    Service& service = m_services[worker];
+    if (connected) {
+        // A service that is just dying still takes connections, so only an answer tells that it is back.
+        const QPointer<Watcher> self(this);
+        worker->getData(CMPath::fromPrefix(service.name), {OrvoRoles::Type()})
+            .onFinished([=](const CMVoidReply& reply) {
+                if (self && reply.error().name() != CMVoidReply::ErrorCancel())
+                    self->onRegained(worker);
+            });
+    } else if (service.up) {
+        service.up = false;
+        Output::error(QStringLiteral("link to service '%1' lost").arg(service.name));
+    }
+}
+
+void Watcher::onRegained(CMRemoteWorker* worker)
+{
+    Service& service = m_services[worker];
+    service.up = true;
+    Output::error(QStringLiteral("link to service '%1' regained").arg(service.name));
     for (Watched& watched : m_watched) {
         if (watched.worker != worker || !watched.started)
             continue;
@@ -187,7 +207,7 @@ void Watcher::onValueChanged(CMPath path, QVariant value)
 void Watcher::onDataChanged(CMPath path)
 {
     const Watched* watched = find(path, CMAbstractWorker::DataChange);
-    if (!watched || !watched->worker->client()->isConnected())
+    if (!watched || !isUp(*watched))
         return;
     const QPointer<Watcher> self(this);
     watched->worker->getData(path, CMAllRoles()).onSuccess([=](const QVariantList& values) {
@@ -201,12 +221,12 @@ void Watcher::onRowsChanged(CMPath path, QStringList changes, int version, int o
     Watched* watched = find(path, CMAbstractWorker::RowsChange);
     if (!watched)
         return;
-    const bool isReset = changes.contains(CMSubscribe::RowsChangeReset());
-    if (isReset && !watched->worker->client()->isConnected()) {
-        // Told when the rows can be read.
+    if (!isUp(*watched)) {
+        // Told as one reset when the rows can be read again.
         watched->resetDue = true;
         return;
     }
+    const bool isReset = changes.contains(CMSubscribe::RowsChangeReset());
     // What the printed count has in it already.
     const int known = isReset ? 0 : qBound(0, watched->rowsVersion - oldVersion, changes.size());
     watched->rowsVersion = version;
@@ -235,7 +255,7 @@ void Watcher::takeRoles(Watched& watched, const QVariantHash& roles, bool silent
 
 void Watcher::printChange(const Watched& watched, const QVariantHash& fields, const QString& text)
 {
-    if (m_left == 0 || m_stopped)
+    if (m_left == 0)
         return;
     print(watched, fields, text);
     if (m_left > 0 && --m_left == 0)

@@ -31,6 +31,7 @@ public:
 
     /// Paths are written into the lines when there will be several. Throws a Failure while the first state is not read.
     void add(const CMPath& path, CMAbstractWorker::ChangeType kind, bool showPath);
+    /// Returns after the last change that was asked for, and after stop().
     void exec();
     void stop();
 
@@ -40,6 +41,13 @@ private slots:
     void onRowsChanged(CMPath path, QStringList changes, int version, int oldVersion);
 
 private:
+    struct Service
+    {
+        QString name;
+        /// It has answered since the link was made.
+        bool up;
+    };
+
     struct Watched
     {
         CMPath path;
@@ -58,7 +66,9 @@ private:
 
     Watched* find(const CMPath& path, CMAbstractWorker::ChangeType kind);
     void follow(CMRemoteWorker* worker, const QString& service);
-    void onConnectedChanged(CMRemoteWorker* worker, const QString& service, bool connected);
+    void onConnectedChanged(CMRemoteWorker* worker, bool connected);
+    void onRegained(CMRemoteWorker* worker);
+    bool isUp(const Watched& watched) const { return m_services.value(watched.worker).up; }
     void readState(Watched& watched);
     void readAgain(const Watched& watched);
     void takeValue(Watched& watched, const QVariant& value);
@@ -70,7 +80,6 @@ private:
     Output& m_output;
     int m_left;
     QEventLoop m_loop;
-    bool m_stopped = false;
     QVector<Watched> m_watched;
-    QVector<CMRemoteWorker*> m_followed;
+    QHash<CMRemoteWorker*, Service> m_services;
 };
