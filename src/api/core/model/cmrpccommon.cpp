@@ -176,15 +176,16 @@ void CMRPCSocket::on_socket_disconnected()
 
 void CMRPCSocket::on_socket_readyRead()
 {
-    receive();
     const QPointer<CMRPCSocket> alive(this);
-    while (takePacket() == Next::GoOn) {
-        if (!alive)
-            return;
-    }
-    if (!alive)
-        return;
-    dropConsumed();
+    // Again for what arrived while a handler ran an event loop: the socket does not tell of it a second time.
+    do {
+        receive();
+        while (takePacket() == Next::GoOn) {
+            if (!alive)
+                return;
+        }
+        dropConsumed();
+    } while (m_socket->bytesAvailable() > 0);
     // What the handlers wrote leaves now, in one piece, without another turn of the event loop.
     if (m_socket->bytesToWrite() > 0)
         m_socket->flush();
