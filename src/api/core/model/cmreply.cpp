@@ -7,6 +7,12 @@
 
 #include <chrono>
 
+namespace {
+
+constexpr TrCharData canceledText{"CMVoidReply", "Request was canceled", nullptr, -1};
+
+} // namespace
+
 CMReplyAbstractData::CMReplyAbstractData() = default;
 
 CMReplyAbstractData::~CMReplyAbstractData()
@@ -146,7 +152,7 @@ CMVoidReply::CMVoidReply() : m_d(new CMReplyData<void>)
 
 void CMVoidReply::cancel() const
 {
-    setError(CMError(ErrorCancel(), TrString("Request was canceled").toString(),
+    setError(CMError(ErrorCancel(), TrString(canceledText, QList<TrArg>()).toString(),
                      TrString(CMError::DefaultTitle()).toString()));
 }
 

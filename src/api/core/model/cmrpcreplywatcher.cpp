@@ -13,6 +13,8 @@ namespace {
 
 ORVO_LOGGER("CMRPCReplyWatcher")
 
+constexpr TrCharData expiredText{"CMRPCReplyWatcher", "Request has expired", nullptr, -1};
+
 } // namespace
 
 CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, CMRPCSocket* owner)
@@ -64,6 +66,6 @@ void CMRPCReplyWatcher::timerEvent(QTimerEvent* event)
 void CMRPCReplyWatcher::on_request_expired()
 {
     LOG4CPLUS_WARN(logger(), "Request expired: " << m_request);
-    m_reply.setError(CMError(QStringLiteral("Error"), TrString("Request has expired").toString(),
+    m_reply.setError(CMError(QStringLiteral("Error"), TrString(expiredText, QList<TrArg>()).toString(),
                              TrString(CMError::DefaultTitle()).toString()));
 }

@@ -311,6 +311,7 @@ void CMSubscribe::disconnectChange(ChangeMap<T>& map, const CMPath& path, QObjec
 template <typename T>
 void CMSubscribe::disconnectedChange(ChangeMap<T>& map, const CMPath& path)
 {
+    const QPointer<CMSubscribe> alive(this);
     QMutexLocker lock(&m_mutex);
     const auto it = map.find(path);
     if (it == map.end())
@@ -323,7 +324,15 @@ void CMSubscribe::disconnectedChange(ChangeMap<T>& map, const CMPath& path)
     map.erase(it);
     LOG4CPLUS_DEBUG(logger(), "removing from map, no more receivers for path: " << path);
     lock.unlock();
-    change->pathRemoved();
+    // Another thread may subscribe the path anew, and tell so, ahead of what is told here: the last word must be true.
+    for (;;) {
+        change->pathRemoved();
+        if (!alive || !contains(map, path))
+            return;
+        change->pathAdded();
+        if (!alive || contains(map, path))
+            return;
+    }
 }
 
 template <typename T>

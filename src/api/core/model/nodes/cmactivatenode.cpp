@@ -4,6 +4,12 @@
 #include "core/orvo.h"
 #include "records/orvoerror.h"
 
+namespace {
+
+constexpr TrCharData disabledText{"CMActivateNode", "Activating disabled item failed.", nullptr, -1};
+
+} // namespace
+
 CMActivateNode::CMActivateNode(const CMPath& path) : CMUINode(path)
 {
 }
@@ -26,7 +32,7 @@ bool CMActivateNode::setDataRequest(const CMSetDataRequest& request)
     const Params params = request.path().params();
     if (getRoleData(OrvoRoles::Disabled(), params).toBool()) {
         request.reply().setError(CMError(QStringLiteral("Error"),
-                                         TrString("Activating disabled item failed.").toString(),
+                                         TrString(disabledText, QList<TrArg>()).toString(),
                                          CMError::DefaultTitle()));
         return true;
     }
