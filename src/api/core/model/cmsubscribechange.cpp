@@ -80,7 +80,7 @@ void CMSubscribeValueChange::emitChange()
 
 void CMSubscribeValueChange::disconnected()
 {
-    m_subscribe->disconnectedChange(m_subscribe->m_valueChanges, m_path);
+    m_subscribe->disconnectedChange(m_subscribe->m_valueChanges, m_path, true);
 }
 
 void CMSubscribeValueChange::pathAdded()
@@ -106,7 +106,7 @@ void CMSubscribeDataChange::emitChange()
 
 void CMSubscribeDataChange::disconnected()
 {
-    m_subscribe->disconnectedChange(m_subscribe->m_dataChanges, m_path);
+    m_subscribe->disconnectedChange(m_subscribe->m_dataChanges, m_path, true);
 }
 
 void CMSubscribeDataChange::pathAdded()
@@ -171,7 +171,7 @@ void CMSubscribeRowsChange::emitChange()
 
 void CMSubscribeRowsChange::disconnected()
 {
-    m_subscribe->disconnectedChange(m_subscribe->m_rowsChanges, m_path);
+    m_subscribe->disconnectedChange(m_subscribe->m_rowsChanges, m_path, true);
 }
 
 void CMSubscribeRowsChange::pathAdded()
