@@ -18,15 +18,17 @@ constexpr int threadCount = 8;
 template <typename Function>
 void inThreads(int count, Function function)
 {
-    std::atomic<int> waiting{count};
+    QSemaphore waiting;
+    QSemaphore start;
     std::vector<std::thread> threads;
     for (int i = 0; i < count; ++i)
         threads.emplace_back([&, i] {
-            --waiting;
-            while (waiting > 0)
-                std::this_thread::yield();
+            waiting.release();
+            start.acquire();
             function(i);
         });
+    waiting.acquire(count);
+    start.release(count);
     for (std::thread& thread : threads)
         thread.join();
 }
