@@ -27,7 +27,35 @@ private:
     QList<CMRequest> m_requests;
 };
 
-/// Ends as its reply says.
+/// Counts up right behind each reading, so that whoever subscribes after reading misses a change.
+class RestlessNode : public CMValueNode
+{
+public:
+    using CMValueNode::CMValueNode;
+
+    bool getDataRequest(const CMGetDataRequest& request) override
+    {
+        const bool taken = CMValueNode::getDataRequest(request);
+        if (request.roles() == QStringList{OrvoRoles::Value()})
+            setValue(OrvoValue().setI32_(value().i32_() + 1));
+        return taken;
+    }
+};
+
+/// Gets a row right ahead of each reading, so that the change is told after an answer that has it in it.
+class GrowingNode : public CMListRowsNode
+{
+public:
+    using CMListRowsNode::CMListRowsNode;
+
+    bool getRowsRequest(const CMGetRowsRequest& request) override
+    {
+        rowsAppend(OrvoRoles().setTitle("Row"));
+        return CMListRowsNode::getRowsRequest(request);
+    }
+};
+
+/// What the actions do.
 class Action : public QObject
 {
     Q_OBJECT
@@ -70,6 +98,10 @@ public:
         addList();
         addTree();
         addActions();
+        auto* restless = new RestlessNode(path("restless"));
+        restless->setValue(OrvoValue().setI32_(0));
+        restless->setNodes(m_worker.nodes());
+        (new GrowingNode(path("growing")))->setNodes(m_worker.nodes());
         auto* silent = new SilentNode(path("silent"));
         silent->setNodes(m_worker.nodes());
         m_server = new CMRPCServer(&m_worker, name);

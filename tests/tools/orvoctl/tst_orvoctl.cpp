@@ -146,6 +146,8 @@ private slots:
     void watchEndsWithSuccessWhenInterrupted_data();
     void watchEndsWithSuccessWhenInterrupted();
     void watchEndsAfterTheGivenNumberOfChanges();
+    void aChangeBehindTheFirstReadingIsNotMissed();
+    void aChangeThatTheFirstReadingHasInItIsNotToldAgain();
     void watchGoesOnWhenTheServiceWasKilledAndStartedAgain();
     void aClosedPipeEndsTheToolQuietly();
     void aClosedPipeEndsAWatchWithoutAChange();
@@ -460,8 +462,8 @@ void tst_orvoctl::aSilentNodeTimesOut()
 void tst_orvoctl::aServiceThatIsJustStartingIsMet()
 {
     killService();
+    QFile::remove(OrvoRPCSocketPrefix() + m_name + OrvoRPCSocketSuffix());
     Running get(named({"get", "@:volume", "value"}));
-    QVERIFY(get.process().waitForStarted(longEnoughMs));
     startService();
     const Run run = end(get.process());
     QCOMPARE(run.out, QByteArray("20\n"));
@@ -621,6 +623,22 @@ void tst_orvoctl::watchEndsAfterTheGivenNumberOfChanges()
     const Run run = end(watch.process());
     QCOMPARE(watch.out() + run.out, QByteArray("250 rows\n+0\n0\n=0..2\n"));
     QCOMPARE(run.status, 0);
+}
+
+void tst_orvoctl::aChangeBehindTheFirstReadingIsNotMissed()
+{
+    Running watch(named({"watch", "--value", "@:restless", "-n", "1"}));
+    QTRY_COMPARE(watch.out(), QByteArray("0\n1\n"));
+    QCOMPARE(end(watch.process()).status, 0);
+}
+
+void tst_orvoctl::aChangeThatTheFirstReadingHasInItIsNotToldAgain()
+{
+    Running watch(named({"watch", "@:growing", "-n", "1"}));
+    QTRY_COMPARE(watch.out(), QByteArray("1 rows\n"));
+    QCOMPARE(ctl("rows @:growing 0 0").status, 0);
+    QTRY_COMPARE(watch.out(), QByteArray("1 rows\n+1\n"));
+    QCOMPARE(end(watch.process()).status, 0);
 }
 
 void tst_orvoctl::watchGoesOnWhenTheServiceWasKilledAndStartedAgain()
