@@ -99,7 +99,8 @@ private:
     QByteArray bytes(const QString& text) const { return named(text).toUtf8(); }
     QStringList completions(const QString& line) const;
 
-    const QString m_name = QStringLiteral("ctltest%1").arg(getpid());
+    /// Not the beginning of the name of another run.
+    const QString m_name = QStringLiteral("ctltest%1x").arg(getpid());
     std::unique_ptr<QProcess> m_service;
     QByteArray m_errors;
 
@@ -111,6 +112,7 @@ private slots:
     void getShowsSeveralRolesInAlignedColumns();
     void getWithoutRolesShowsAllThatTheNodeKnows();
     void jsonIsShortInAPipeAndPrettyWhereAsked();
+    void aTerminalGetsColoursAndPrettyJson();
     void rowsOfALongListComeInOneTable();
     void rowsShowTheRangeAndTheRolesAskedFor();
     void matchPrintsTheRowOrMinusOne();
@@ -222,6 +224,16 @@ void tst_orvoctl::jsonIsShortInAPipeAndPrettyWhereAsked()
     QCOMPARE(ctl("get --json=short @:volume value").out, shortRun.out);
     QCOMPARE(ctl("get --json=pretty @:volume title").out, QByteArray("{\n  \"title\": \"Volume\"\n}\n"));
     QCOMPARE(ctl("get --json=wide @:volume title").status, 2);
+}
+
+void tst_orvoctl::aTerminalGetsColoursAndPrettyJson()
+{
+    const auto onTerminal = [this](const QString& words) {
+        return bash(named("TERM=xterm script -qec \"" ORVO_TEST_ORVOCTL " " + words + "\" /dev/null")).out;
+    };
+    QCOMPARE(onTerminal("rows @:numbers 0 0"), QByteArray("\033[1mROW  TITLE\033[0m\r\n0    Number 0\r\n"));
+    QCOMPARE(onTerminal("get -j @:volume title"), QByteArray("{\r\n  \"title\": \"Volume\"\r\n}\r\n"));
+    QVERIFY(!ctl("rows @:numbers 0 0").out.contains('\033'));
 }
 
 void tst_orvoctl::rowsOfALongListComeInOneTable()
@@ -749,8 +761,8 @@ void tst_orvoctl::completionKnowsVerbsOptionsPathsAndRoles()
     QCOMPARE(completions("orvoctl w"), (QStringList{"wait", "watch"}));
     QCOMPARE(completions("orvoctl rows @:numbers --r"), QStringList{"--role"});
     QCOMPARE(completions("orvoctl set @:volume --type i"), (QStringList{"i16", "i32", "i64"}));
-    QCOMPARE(completions("orvoctl get " + m_name.chopped(1)), QStringList{m_name + ":"});
-    QCOMPARE(completions("orvoctl ping " + m_name.chopped(1)), QStringList{m_name});
+    QCOMPARE(completions("orvoctl get @"), QStringList{m_name + ":"});
+    QCOMPARE(completions("orvoctl ping @"), QStringList{m_name});
     // Behind the ":", where bash has broken the word.
     QCOMPARE(completions("orvoctl get @:tree"), QStringList{"tree/branch"});
     QCOMPARE(completions("orvoctl tree @:tree/b"), QStringList{"tree/branch"});
