@@ -63,7 +63,8 @@ public:
         m_socket->setParent(this);
         connect(m_socket, &QLocalSocket::readyRead, this, &RawPeer::read);
         connect(m_socket, &QLocalSocket::disconnected, this, [this] { closed = true; });
-        read();
+        if (m_socket->isOpen())
+            read();
     }
 
     bool connectTo(const QString& service)
