@@ -216,6 +216,10 @@ void CMRPCClient::on_subscribePath_private(const OrvoSubscribe& subscribe)
             LOG4CPLUS_WARN(logger(), logName() << ": Can't unsubscribe path that is not subscribed: " << path);
             return;
         }
+        if (subscribe.type() == OrvoSubscribeType::Data)
+            m_dataPathsToRenew.remove(path);
+        else if (subscribe.type() == OrvoSubscribeType::Rows)
+            m_rowsPathsToRenew.remove(path);
         sendSubscribe(subscribe);
     }
 }
@@ -272,15 +276,21 @@ void CMRPCClient::on_socket_disconnected()
         sendSubscribe(makeSubscribe(OrvoSubscribeType::Value, path, true));
         readValueAgain(path);
     }
+    m_dataPathsToRenew = m_dataPaths;
+    m_rowsPathsToRenew = m_rowsPaths;
     const QSet<CMPath> dataPaths = m_dataPaths;
     for (const CMPath& path : dataPaths) {
+        if (!m_dataPathsToRenew.remove(path))
+            continue;
         sendSubscribe(makeSubscribe(OrvoSubscribeType::Data, path, true));
         emit dataChanged(path);
         if (!alive)
             return;
     }
-    const QSet<CMPath> rowsPaths = m_rowsPaths;
+    const QSet<CMPath> rowsPaths = m_rowsPathsToRenew;
     for (const CMPath& path : rowsPaths) {
+        if (!m_rowsPathsToRenew.remove(path))
+            continue;
         sendSubscribe(makeSubscribe(OrvoSubscribeType::Rows, path, true));
         emit rowsChanged(path, QStringList(CMSubscribe::RowsChangeReset()), -1, -1);
         if (!alive)

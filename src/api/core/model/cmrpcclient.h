@@ -91,4 +91,7 @@ private:
     QSet<CMPath> m_valuePaths;
     QSet<CMPath> m_dataPaths;
     QSet<CMPath> m_rowsPaths;
+    /// What a broken link still has to subscribe anew: whoever is told of the break may change the sets meanwhile.
+    QSet<CMPath> m_dataPathsToRenew;
+    QSet<CMPath> m_rowsPathsToRenew;
 };
