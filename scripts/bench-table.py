@@ -2,8 +2,10 @@
 """Prints the results of Google Benchmark programs as one Markdown table.
 
 A benchmark whose name ends in "/peer:NAME" does the work of the benchmark that is named the same without it, by other
-means. Both share one row; the ratio is our time divided by the peer's, so less than 1 means that ours is faster. The
-counter "allocations" is shown where a benchmark sets it, per iteration. Of repeated runs the median counts.
+means. Both share one row; the ratio is our figure divided by the peer's, so less than 1 means that ours is better. The
+counter "allocations" is shown where a benchmark sets it, per iteration. A benchmark that sets the counter "bytes" is
+about memory: that is its figure then. Otherwise it is the processor time, or the time on the clock where the benchmark
+knows no other or asks for it. Of repeated runs the median counts.
 """
 
 import json
@@ -41,13 +43,22 @@ def read(paths):
             if (run.get("aggregate_name") == "median") != (name in medians):
                 continue
             peer = PEER.search(name)
-            workload = PEER.sub("", name).removesuffix("/real_time").removesuffix("/process_time")
+            workload = PEER.sub("", name).removesuffix("/real_time").removesuffix("/process_time").removesuffix("/iterations:1")
             workloads.setdefault(workload, {})[peer.group(1) if peer else None] = run
     return workloads, failures
 
 
-def time(run):
-    return run["real_time"] * UNITS[run["time_unit"]]
+def figure(run):
+    if "bytes" in run:
+        return run["bytes"]
+    kind = "real_time" if run["name"].endswith("/real_time") else "cpu_time"
+    return run.get(kind, run["real_time"]) * UNITS[run["time_unit"]]
+
+
+def text(run):
+    if "bytes" not in run:
+        return duration(figure(run))
+    return f"{run['bytes'] / 1e6:.3g} MB" if run["bytes"] >= 1e6 else f"{run['bytes']:.0f} bytes"
 
 
 def main():
@@ -56,12 +67,12 @@ def main():
     print("|---|---:|---|---:|---:|")
     for workload, runs in workloads.items():
         own = runs.pop(None, None)
-        figure = duration(time(own)) if own else "–"
+        own_text = text(own) if own else "–"
         if not runs:
-            print(f"| {workload} | {figure} | – | – | {count(own)} |")
+            print(f"| {workload} | {own_text} | – | – | {count(own)} |")
         for peer, run in runs.items():
-            ratio = f"{time(own) / time(run):.2f}" if own else "–"
-            print(f"| {workload} | {figure} | {peer} {duration(time(run))} | {ratio} | {count(own)} ({count(run)}) |")
+            ratio = f"{figure(own) / figure(run):.2f}" if own else "–"
+            print(f"| {workload} | {own_text} | {peer} {text(run)} | {ratio} | {count(own)} ({count(run)}) |")
     for failure in failures:
         print(f"failed: {failure}", file=sys.stderr)
     return 1 if failures or not workloads else 0
