@@ -41,9 +41,9 @@ void CMRPCReplyWatcher::finished(const CMVoidReply& reply)
         deleteLater();
         return;
     }
+    const bool goesAtOnce = m_owner && m_timer.isActive();
     tell(reply);
-    // Inside of the timer's own event the object has to last a little longer.
-    if (m_timer.isActive())
+    if (goesAtOnce)
         delete this;
     else
         deleteLater();

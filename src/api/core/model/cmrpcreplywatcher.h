@@ -14,7 +14,8 @@ class CMRPCSocket;
  * Ties one request to its reply and limits how long the reply may take, at either end of the link.
  *
  * The clock starts with the object. When the reply ends, whatever ended it and in whichever thread, the watcher tells
- * in its own thread, by its signal or, without a connection and so quicker, its owner; then it deletes itself.
+ * in its own thread, by its signal or, without a connection and so quicker, its owner. Then it deletes itself: with an
+ * owner at once, save inside its own timer event, since a posted event would wake the event loop for each request.
  */
 class CMRPCReplyWatcher : public QObject, public CMReplyWatcher
 {

@@ -305,11 +305,11 @@ void CMSubscribe::disconnectChange(ChangeMap<T>& map, const CMPath& path, QObjec
     if (!(*it)->disconnectReceiver(receiver, method))
         LOG4CPLUS_ERROR(logger(), "disconnectChange failed; path:" << path);
     lock.unlock();
-    disconnectedChange(map, path, false);
+    disconnectedChange(map, path);
 }
 
 template <typename T>
-void CMSubscribe::disconnectedChange(ChangeMap<T>& map, const CMPath& path, bool isDeferred)
+void CMSubscribe::disconnectedChange(ChangeMap<T>& map, const CMPath& path)
 {
     const QPointer<CMSubscribe> alive(this);
     QMutexLocker lock(&m_mutex);
@@ -319,9 +319,7 @@ void CMSubscribe::disconnectedChange(ChangeMap<T>& map, const CMPath& path, bool
     const QExplicitlySharedDataPointer<T> change = *it;
     LOG4CPLUS_TRACE(logger(), "disconnectedChange: " << path << " size:" << map.size()
                                                      << " receivers: " << change->m_subscribers.size());
-    // In the deferred look, a receiver in another thread may be dead already and its connection not yet gone; nothing
-    // would look again.
-    if (isDeferred ? !change->m_subscribers.isEmpty() : change->hasReceivers())
+    if (change->hasReceivers())
         return;
     map.erase(it);
     LOG4CPLUS_DEBUG(logger(), "removing from map, no more receivers for path: " << path);

@@ -118,7 +118,7 @@ private:
     template <typename T>
     void disconnectChange(ChangeMap<T>& map, const CMPath& path, QObject* receiver, const char* method);
     template <typename T>
-    void disconnectedChange(ChangeMap<T>& map, const CMPath& path, bool isDeferred);
+    void disconnectedChange(ChangeMap<T>& map, const CMPath& path);
     template <typename T>
     QList<CMPath> pathsStartingWith(const ChangeMap<T>& map, const CMPath& path) const;
     template <typename T>

@@ -9,20 +9,13 @@ ORVO_LOGGER("CMChange")
 
 } // namespace
 
-CMSubscribeChange::CMSubscribeChange(CMSubscribe* subscribe, const CMPath& path, const char* signal,
-                                     const QMetaMethod& signalMethod)
-    : m_signal(signal), m_signalMethod(signalMethod), m_subscribe(subscribe), m_path(path)
+CMSubscribeChange::CMSubscribeChange(CMSubscribe* subscribe, const CMPath& path, const char* signal)
+    : m_signal(signal), m_subscribe(subscribe), m_path(path)
 {
     moveToThread(nullptr);
 }
 
 CMSubscribeChange::~CMSubscribeChange() = default;
-
-bool CMSubscribeChange::hasReceivers() const
-{
-    // Unlike receivers(), this does not count them all.
-    return isSignalConnected(m_signalMethod);
-}
 
 bool CMSubscribeChange::connectReceiver(QObject* receiver, const char* method, Qt::ConnectionType type)
 {
@@ -56,8 +49,7 @@ void CMSubscribeChange::receiverDestroyed(QObject* receiver)
 }
 
 CMSubscribeValueChange::CMSubscribeValueChange(CMSubscribe* subscribe, const CMPath& path)
-    : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath,QVariant)),
-                        QMetaMethod::fromSignal(&CMSubscribeValueChange::changed))
+    : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath,QVariant)))
 {
 }
 
@@ -80,7 +72,7 @@ void CMSubscribeValueChange::emitChange()
 
 void CMSubscribeValueChange::disconnected()
 {
-    m_subscribe->disconnectedChange(m_subscribe->m_valueChanges, m_path, true);
+    m_subscribe->disconnectedChange(m_subscribe->m_valueChanges, m_path);
 }
 
 void CMSubscribeValueChange::pathAdded()
@@ -94,8 +86,7 @@ void CMSubscribeValueChange::pathRemoved()
 }
 
 CMSubscribeDataChange::CMSubscribeDataChange(CMSubscribe* subscribe, const CMPath& path)
-    : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath)),
-                        QMetaMethod::fromSignal(&CMSubscribeDataChange::changed))
+    : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath)))
 {
 }
 
@@ -106,7 +97,7 @@ void CMSubscribeDataChange::emitChange()
 
 void CMSubscribeDataChange::disconnected()
 {
-    m_subscribe->disconnectedChange(m_subscribe->m_dataChanges, m_path, true);
+    m_subscribe->disconnectedChange(m_subscribe->m_dataChanges, m_path);
 }
 
 void CMSubscribeDataChange::pathAdded()
@@ -120,8 +111,7 @@ void CMSubscribeDataChange::pathRemoved()
 }
 
 CMSubscribeRowsChange::CMSubscribeRowsChange(CMSubscribe* subscribe, const CMPath& path)
-    : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath,QStringList,int,int)),
-                        QMetaMethod::fromSignal(&CMSubscribeRowsChange::changed))
+    : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath,QStringList,int,int)))
 {
 }
 
@@ -171,7 +161,7 @@ void CMSubscribeRowsChange::emitChange()
 
 void CMSubscribeRowsChange::disconnected()
 {
-    m_subscribe->disconnectedChange(m_subscribe->m_rowsChanges, m_path, true);
+    m_subscribe->disconnectedChange(m_subscribe->m_rowsChanges, m_path);
 }
 
 void CMSubscribeRowsChange::pathAdded()

@@ -5,7 +5,6 @@
 #include <QByteArray>
 #include <QExplicitlySharedDataPointer>
 #include <QHash>
-#include <QMetaMethod>
 #include <QMutex>
 #include <QObject>
 #include <QSharedData>
@@ -25,7 +24,7 @@ class CMSubscribeChange : public QObject, public QSharedData
     Q_OBJECT
 
 public:
-    CMSubscribeChange(CMSubscribe* subscribe, const CMPath& path, const char* signal, const QMetaMethod& signalMethod);
+    CMSubscribeChange(CMSubscribe* subscribe, const CMPath& path, const char* signal);
     ~CMSubscribeChange() override;
 
     /// Takes the payload and tells the subscribers. In the hub's thread, with no lock held.
@@ -44,13 +43,13 @@ protected:
         QMetaObject::Connection destroyed;
     };
 
-    bool hasReceivers() const;
+    /// By the list kept here, not by Qt's: a receiver that dies in another thread leaves that one at a time of its own.
+    bool hasReceivers() const { return !m_subscribers.isEmpty(); }
     bool connectReceiver(QObject* receiver, const char* method, Qt::ConnectionType type);
     bool disconnectReceiver(QObject* receiver, const char* method);
 
     mutable QMutex m_mutex;
     const char* const m_signal;
-    const QMetaMethod m_signalMethod;
     /// Null when the hub has died inside the delivery that still holds this change.
     CMSubscribe* m_subscribe;
     const CMPath m_path;

@@ -44,7 +44,7 @@ private slots:
 
     void theEndOfTheReplyIsToldWithTheId()
     {
-        LogCapture log("CMRPCSocket");
+        LogCapture log("CMRPCReplyWatcher");
         Receiver receiver;
         const CMReply<int> reply;
         const QPointer<CMRPCReplyWatcher> watcher(watch(reply, &receiver));
@@ -71,7 +71,7 @@ private slots:
 
     void expiryEndsTheReplyWithAnError()
     {
-        LogCapture log("CMRPCSocket", log4cplus::WARN_LOG_LEVEL);
+        LogCapture log("CMRPCReplyWatcher", log4cplus::WARN_LOG_LEVEL);
         Receiver receiver;
         const CMReply<int> reply;
         CMRPCReplyWatcher* watcher = watch(reply, &receiver);
@@ -87,7 +87,7 @@ private slots:
 
     void expiryOfAFinishedReplyHasNoFurtherEffect()
     {
-        LogCapture log("CMRPCSocket", log4cplus::WARN_LOG_LEVEL);
+        LogCapture log("CMRPCReplyWatcher", log4cplus::WARN_LOG_LEVEL);
         Receiver receiver;
         const CMReply<int> reply;
         CMRPCReplyWatcher* watcher = watch(reply, &receiver);
@@ -101,7 +101,7 @@ private slots:
 
     void aValueAfterTheExpiryIsDropped()
     {
-        LogCapture log("CMRPCSocket", log4cplus::WARN_LOG_LEVEL);
+        LogCapture log("CMRPCReplyWatcher", log4cplus::WARN_LOG_LEVEL);
         Receiver receiver;
         const CMReply<int> reply;
         QVERIFY(QMetaObject::invokeMethod(watch(reply, &receiver), "on_request_expired"));

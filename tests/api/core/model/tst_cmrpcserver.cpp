@@ -246,7 +246,7 @@ private slots:
 
     void aRequestWithoutIdIsDropped()
     {
-        LogCapture log("CMRPCServer");
+        LogCapture log("CMRPCConnection");
         m_peer->send(QJsonObject{{"request", QJsonObject{{"getDataRequest", QJsonObject{{"path", "p:a"}}}}}});
         QTRY_COMPARE(log.lines().size(), 1);
         QCOMPARE(log.lines().first(), "ERROR " + m_service
@@ -258,7 +258,7 @@ private slots:
 
     void anUnknownRequestIsDropped()
     {
-        LogCapture log("CMRPCServer", log4cplus::DEBUG_LOG_LEVEL);
+        LogCapture log("CMRPCConnection", log4cplus::DEBUG_LOG_LEVEL);
         m_peer->send(QJsonObject{{"request", QJsonObject{{"id", "1"}}}});
         QTRY_COMPARE(log.lines(),
                      QStringList("ERROR " + m_service + ": Discarding unknown request: {\"id\":\"1\"}"));
@@ -284,7 +284,7 @@ private slots:
 
     void aLateCancelWarnsAndChangesNothing()
     {
-        LogCapture log("CMRPCServer", log4cplus::WARN_LOG_LEVEL);
+        LogCapture log("CMRPCConnection", log4cplus::WARN_LOG_LEVEL);
         m_peer->send(wireGetData("1", "p:a"));
         QTRY_COMPARE(m_worker->requests.size(), 1);
         m_worker->last<CMGetDataRequest>().reply().setValue({});
@@ -377,7 +377,7 @@ private slots:
 
     void aClientThatGoesLeavesNothing()
     {
-        LogCapture log("CMRPCServer");
+        LogCapture log("CMRPCConnection");
         m_peer->send(wireSubscribe("p:a", 0));
         m_peer->send(wireGetData("1", "p:a"));
         m_peer->send(wireGetData("2", "p:a"));
