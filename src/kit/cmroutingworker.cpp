@@ -61,37 +61,43 @@ CMAbstractWorker* CMRoutingWorker::makeRemote(const QString& prefix)
     return remote;
 }
 
-/// Calls with the worker of the path, here or, when that is still to be made, later in this worker's thread.
-template <typename Call>
-CMRoutingWorker::Route CMRoutingWorker::route(const CMPath& path, Call call)
+/// Calls with the worker of the path or tells that it is unknown: here or, when it is still to be made, in this
+/// worker's thread.
+template <typename Call, typename Unknown>
+void CMRoutingWorker::route(const CMPath& path, Call call, Unknown unknown)
 {
     const QString prefix = path.prefix();
     QMutexLocker lock(&m_mutex);
     CMAbstractWorker* worker = m_workers.value(prefix);
     if (!worker) {
-        if (prefix.isEmpty() || m_name.isEmpty())
-            return Route::Unknown;
+        if (prefix.isEmpty() || m_name.isEmpty()) {
+            lock.unlock();
+            unknown();
+            return;
+        }
         if (thread() != QThread::currentThread()) {
-            QMetaObject::invokeMethod(this, [this, path, call] { route(path, call); }, Qt::QueuedConnection);
-            return Route::Posted;
+            QMetaObject::invokeMethod(
+                this, [this, path, call, unknown] { route(path, call, unknown); }, Qt::QueuedConnection);
+            return;
         }
         worker = makeRemote(prefix);
     }
     lock.unlock();
     call(worker);
-    return Route::Known;
 }
 
 void CMRoutingWorker::request(CMRequest request)
 {
-    if (route(request.path(), [request](CMAbstractWorker* worker) { worker->request(request); }) == Route::Unknown)
-        request.reply().setError(createErrorInvalidPath(request.path()));
+    route(
+        request.path(), [request](CMAbstractWorker* worker) { worker->request(request); },
+        [request] { request.reply().setError(createErrorInvalidPath(request.path())); });
 }
 
 void CMRoutingWorker::ping(const CMSetDataRequest& request)
 {
-    if (route(request.path(), [request](CMAbstractWorker* worker) { worker->ping(request); }) == Route::Unknown)
-        request.reply().setError(createErrorInvalidPath(request.path()));
+    route(
+        request.path(), [request](CMAbstractWorker* worker) { worker->ping(request); },
+        [request] { request.reply().setError(createErrorInvalidPath(request.path())); });
 }
 
 void CMRoutingWorker::trace()
@@ -129,8 +135,7 @@ void CMRoutingWorker::connectChange(CMAbstractWorker::ChangeType changeType, con
         if (target)
             worker->connectChange(changeType, path, target, member.constData(), type);
     };
-    if (route(path, call) == Route::Unknown)
-        LOG4CPLUS_WARN(logger(), "No worker for the subscription to path: " << path);
+    route(path, call, [path] { LOG4CPLUS_WARN(logger(), "No worker for the subscription to path: " << path); });
 }
 
 void CMRoutingWorker::disconnectChange(CMAbstractWorker::ChangeType changeType, const CMPath& path, QObject* receiver,
@@ -142,6 +147,6 @@ void CMRoutingWorker::disconnectChange(CMAbstractWorker::ChangeType changeType, 
         if (target)
             worker->disconnectChange(changeType, path, target, member.constData());
     };
-    if (route(path, call) == Route::Unknown)
-        LOG4CPLUS_WARN(logger(), "No worker for the end of a subscription to path: " << path);
+    route(path, call,
+          [path] { LOG4CPLUS_WARN(logger(), "No worker for the end of a subscription to path: " << path); });
 }

@@ -46,10 +46,8 @@ public:
                           const char* method) override;
 
 private:
-    enum class Route { Known, Unknown, Posted };
-
-    template <typename Call>
-    Route route(const CMPath& path, Call call);
+    template <typename Call, typename Unknown>
+    void route(const CMPath& path, Call call, Unknown unknown);
     CMAbstractWorker* makeRemote(const QString& prefix);
 
     mutable QMutex m_mutex;
