@@ -13,7 +13,7 @@
 
 namespace {
 
-/// Keeps what it is handed; the base's handlers run on wish.
+/// Keeps what it is handed; the base's handlers run on wish. The test may destroy it as the last thing of a handler.
 class Probe : public CMRPCSocket
 {
 public:
@@ -35,27 +35,27 @@ protected:
     void processRequest(const OrvoRequest& request) override
     {
         requests.append(request);
-        take("request " + request.id());
         if (baseHandlers)
             CMRPCSocket::processRequest(request);
+        take("request " + request.id());
     }
     void processReply(const OrvoReply& reply) override
     {
-        take("reply " + reply.id());
         if (baseHandlers)
             CMRPCSocket::processReply(reply);
+        take("reply " + reply.id());
     }
     void processSubscribe(const OrvoSubscribe& subscribe) override
     {
-        take("subscribe " + subscribe.path().toEncoded());
         if (baseHandlers)
             CMRPCSocket::processSubscribe(subscribe);
+        take("subscribe " + subscribe.path().toEncoded());
     }
     void processChange(const OrvoChangeNotification& change) override
     {
-        take("change " + change.dataChanged().path().toEncoded());
         if (baseHandlers)
             CMRPCSocket::processChange(change);
+        take("change " + change.dataChanged().path().toEncoded());
     }
 
 private:
