@@ -193,9 +193,13 @@ private slots:
         const int memory = residentMemory(m_server->pid());
         QVERIFY(round(1000));
         QTRY_VERIFY2(openDescriptors(m_server->pid()) <= descriptors, qPrintable(QString::number(openDescriptors(m_server->pid()))));
+#if !defined(__SANITIZE_ADDRESS__) // which keeps freed memory back
         // The requests that "never" keeps are all that may have grown.
         QVERIFY2(residentMemory(m_server->pid()) < memory + 4096,
                  qPrintable(QStringLiteral("%1 -> %2 kB").arg(memory).arg(residentMemory(m_server->pid()))));
+#else
+        Q_UNUSED(memory)
+#endif
     }
 
     void aClientSurvivesItsService()

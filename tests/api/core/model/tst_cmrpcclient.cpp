@@ -1,6 +1,9 @@
 #include "core/model/cmrpcclient.h"
 
+#include "childprocess.h"
 #include "core/model/cmmetatypes.h"
+#include "core/model/cmroot.h"
+#include "core/model/cmrpcserver.h"
 #include "core/model/cmsubscribe.h"
 #include "logcapture.h"
 #include "support/linkfixture.h"
@@ -91,6 +94,20 @@ public:
 protected:
     void sendPacket(const OrvoRPCPacket& packet) override { sent.append(packet); }
 };
+
+/// A process that ends right after its ends of a link, without another turn of the event loop.
+int endAtOnce()
+{
+    orvoRegisterMetaTypes();
+    ScriptedWorker worker;
+    CMRoot_setInstance(&worker);
+    const QString service = serviceName("end");
+    CMRPCServer server(nullptr, service);
+    CMRPCClient client(nullptr, "me", service);
+    client.getDataRequest(getData("p:a"));
+    client.subscribeDataPath(path("p:a"));
+    return QTest::qWaitFor([&] { return worker.requests.size() == 1; }) ? 0 : 1;
+}
 
 } // namespace
 
@@ -788,6 +805,13 @@ private slots:
         QVERIFY(two.reply().isFinished());
     }
 
+    /// Where leaks are looked for, a leak would be the child's failure.
+    void theEndOfTheProcessRightAfterTheLinkLeavesNothing()
+    {
+        const ChildEnd end = runThisProgram({"--endAtOnce"});
+        QVERIFY2(!end.stopped && end.exitCode == 0, end.errors.constData());
+    }
+
     // Packets held, reordered and dropped without a socket
 
     void repliesInAnyOrderFindTheirRequests()
@@ -859,5 +883,12 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(tst_CMRPCClient)
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    if (application.arguments().contains("--endAtOnce"))
+        return endAtOnce();
+    tst_CMRPCClient test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_cmrpcclient.moc"
