@@ -177,7 +177,8 @@ private slots:
             peer.abort();
         }
         QVERIFY(waitForReply(m_worker->getData(CMPath::fromEncoded(m_service + ":slow?ms=50"), {OrvoRoles::Value()})));
-        QTRY_COMPARE(openDescriptors(m_server->pid()), descriptors);
+        // Fewer, when a client of the test before was still on its way out.
+        QTRY_VERIFY(openDescriptors(m_server->pid()) <= descriptors);
     }
 
     void aSubscriberThatNeverReadsHoldsUpNobody()
