@@ -1,0 +1,103 @@
+// media: serves the sound files of a folder as a list.
+
+#include "mediaservice.h"
+#include "unixsignals.h"
+
+#include "core/model/cmmetatypes.h"
+#include "core/model/cmrpccommon.h"
+#include "medialog.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <log4cplus/configurator.h>
+#include <log4cplus/initializer.h>
+
+#include <iostream>
+
+namespace {
+
+enum Status { Failed = 1, Usage = 2 };
+
+int fail(Status status, const QString& text)
+{
+    std::cerr << "media: " << text.toStdString() << std::endl;
+    return status;
+}
+
+void configureLogging(const QString& file)
+{
+    if (!file.isEmpty()) {
+        log4cplus::PropertyConfigurator::doConfigure(file.toStdString());
+        return;
+    }
+    log4cplus::helpers::Properties properties;
+    properties.setProperty("log4cplus.rootLogger", "WARN, console");
+    properties.setProperty("log4cplus.logger.media", "INFO");
+    properties.setProperty("log4cplus.appender.console", "log4cplus::ConsoleAppender");
+    properties.setProperty("log4cplus.appender.console.logToStdErr", "true");
+    properties.setProperty("log4cplus.appender.console.ImmediateFlush", "true");
+    properties.setProperty("log4cplus.appender.console.layout", "log4cplus::PatternLayout");
+    properties.setProperty("log4cplus.appender.console.layout.ConversionPattern", "%c: %p: %m%n");
+    log4cplus::PropertyConfigurator(properties).configure();
+}
+
+/// The name becomes the prefix of paths and part of a file's name.
+bool isServiceName(const QString& name)
+{
+    return !name.isEmpty() && std::all_of(name.cbegin(), name.cend(), [](const QChar& c) {
+        return (c.unicode() < 128 && c.isLetterOrNumber()) || c == QLatin1Char('-') || c == QLatin1Char('_');
+    });
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    // Qt's own event loop is the faster one here.
+    if (!qEnvironmentVariableIsSet("QT_NO_GLIB"))
+        qputenv("QT_NO_GLIB", "1");
+    QCoreApplication application(argc, argv);
+    const UnixSignals unixSignals;
+    QCoreApplication::setApplicationName(QStringLiteral("media"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Serves the sound files of a folder and its subfolders."));
+    parser.addHelpOption();
+    const QCommandLineOption nameOption(QStringLiteral("name"), QStringLiteral("Name of the service and its paths."),
+                                        QStringLiteral("NAME"), QStringLiteral("media"));
+    const QCommandLineOption logOption(QStringLiteral("log-config"), QStringLiteral("log4cplus properties file."),
+                                       QStringLiteral("FILE"));
+    parser.addOptions({nameOption, logOption});
+    parser.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The folder to serve."));
+    if (!parser.parse(application.arguments()))
+        return fail(Usage, parser.errorText());
+    if (parser.isSet(QStringLiteral("help")))
+        parser.showHelp();
+    if (parser.positionalArguments().size() != 1)
+        return fail(Usage, QStringLiteral("name one folder; see media --help"));
+
+    const QString name = parser.value(nameOption);
+    const QFileInfo folder(parser.positionalArguments().first());
+    const QString logConfig = parser.value(logOption);
+    if (!isServiceName(name))
+        return fail(Usage, QStringLiteral("a name has letters, digits, '-' and '_' only: '%1'").arg(name));
+    if (!folder.exists())
+        return fail(Failed, QStringLiteral("no such folder: ") + folder.filePath());
+    if (!folder.isDir() || !folder.isReadable() || !folder.isExecutable())
+        return fail(Failed, QStringLiteral("not a folder that can be read: ") + folder.filePath());
+    if (parser.isSet(logOption) && !QFileInfo(logConfig).isReadable())
+        return fail(Failed, QStringLiteral("cannot read the log configuration: ") + logConfig);
+    if (MediaService::isServed(name))
+        return fail(Failed, QStringLiteral("another process serves the name '%1' already, at %2")
+                                .arg(name, CMRPCSocket::socketPathFromPrefix(name)));
+
+    const log4cplus::Initializer initializer;
+    configureLogging(logConfig);
+    orvoRegisterMetaTypes();
+    const MediaService service(name, folder.canonicalFilePath());
+    LOG4CPLUS_INFO(mediaLog(), "serving " << folder.canonicalFilePath().toStdString() << " as " << name.toStdString());
+    return application.exec();
+}
