@@ -42,10 +42,10 @@ void FolderWatcher::rescan()
         for (State& state : files)
             state = State();
     const QList<QString> known = m_folders.keys();
-    scan(m_folder);
+    scan(m_folder, DoNotWait);
     for (const QString& folder : known)
         if (folder != m_folder && m_folders.contains(folder))
-            scan(folder);
+            scan(folder, DoNotWait);
 }
 
 void FolderWatcher::scanLater(const QString& folder)
@@ -64,7 +64,7 @@ void FolderWatcher::scanTouched()
             scan(folder);
 }
 
-void FolderWatcher::scan(const QString& folder)
+void FolderWatcher::scan(const QString& folder, Settling settling)
 {
     const QDir dir(folder);
     if (!dir.exists()) {
@@ -105,7 +105,7 @@ void FolderWatcher::scan(const QString& folder)
         const State old = before.value(it.key());
         if (old.changed == it->changed && old.size == it->size)
             continue;
-        if (isSettling(QFileInfo(it.key()))) {
+        if (settling == Wait && isSettling(QFileInfo(it.key()))) {
             // Still unlike what was told, so that the next look finds it.
             m_folders[folder][it.key()] = old;
             scanLater(folder);
@@ -115,7 +115,7 @@ void FolderWatcher::scan(const QString& folder)
     }
     for (const QString& subfolder : qAsConst(subfolders))
         if (!m_folders.contains(subfolder))
-            scan(subfolder);
+            scan(subfolder, settling);
 }
 
 void FolderWatcher::forget(const QString& folder)

@@ -24,7 +24,7 @@ public:
 
     QString folder() const { return m_folder; }
 
-    /// Looks at everything again, and tells of all files as if they had changed.
+    /// Looks at everything again, and tells of all files at once as if they had changed and settled.
     void rescan();
 
 signals:
@@ -43,7 +43,8 @@ private:
 
     void scanLater(const QString& folder);
     void scanTouched();
-    void scan(const QString& folder);
+    enum Settling { Wait, DoNotWait };
+    void scan(const QString& folder, Settling settling = Wait);
     void forget(const QString& folder);
     void watch(const QString& path);
     void watchFile(const QString& file, const Files& before);
