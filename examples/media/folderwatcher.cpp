@@ -29,11 +29,10 @@ FolderWatcher::FolderWatcher(const QString& folder, QObject* parent)
     m_timer.setInterval(settleMs);
     connect(&m_timer, &QTimer::timeout, this, &FolderWatcher::scanTouched);
     connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, &FolderWatcher::scanLater);
-    connect(m_watcher, &QFileSystemWatcher::fileChanged, this,
-            [this](const QString& file) {
-                m_eventful.insert(file);
-                scanLater(QFileInfo(file).path());
-            });
+    connect(m_watcher, &QFileSystemWatcher::fileChanged, this, [this](const QString& file) {
+        m_eventful.insert(file);
+        scanLater(QFileInfo(file).path());
+    });
 }
 
 void FolderWatcher::rescan()

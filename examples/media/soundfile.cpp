@@ -24,9 +24,9 @@ struct Kind
 };
 
 constexpr Kind kinds[] = {
-    {"aif", "audio/x-aiff", "pcm"},  {"aiff", "audio/x-aiff", "pcm"}, {"flac", "audio/flac", "flac"},
-    {"m4a", "audio/mp4", "aac"},     {"mp3", "audio/mpeg", "mp3"},    {"oga", "audio/ogg", "vorbis"},
-    {"ogg", "audio/ogg", "vorbis"},  {"opus", "audio/ogg", "opus"},   {"spx", "audio/ogg", "speex"},
+    {"aif", "audio/x-aiff", "pcm"}, {"aiff", "audio/x-aiff", "pcm"}, {"flac", "audio/flac", "flac"},
+    {"m4a", "audio/mp4", "aac"},    {"mp3", "audio/mpeg", "mp3"},    {"oga", "audio/ogg", "vorbis"},
+    {"ogg", "audio/ogg", "vorbis"}, {"opus", "audio/ogg", "opus"},   {"spx", "audio/ogg", "speex"},
     {"wav", "audio/x-wav", "pcm"},
 };
 

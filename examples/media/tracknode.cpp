@@ -5,9 +5,7 @@
 #include "core/model/cmrequest.h"
 #include "core/model/cmsubscribe.h"
 
-TrackNode::TrackNode(const CMPath& path, Find find) : CMNode(path), m_find(std::move(find))
-{
-}
+TrackNode::TrackNode(const CMPath& path, Find find) : CMNode(path), m_find(std::move(find)) {}
 
 TrackNode* TrackNode::create(CMNodes* nodes, const CMPath& path, Find find)
 {

@@ -59,8 +59,7 @@ public:
     explicit Service(const QString& folder)
         : m_name(QStringLiteral("mediatest-%1-%2").arg(QCoreApplication::applicationPid()).arg(++s_count)),
           m_folder(folder)
-    {
-    }
+    {}
 
     ~Service()
     {
@@ -138,8 +137,12 @@ private slots:
     void eachFileIsARowWithItsTags()
     {
         QVERIFY(write(file("one.wav"), wave(1500)));
-        QVERIFY(tag(file("one.wav"), {{"TITLE", "Öne"}, {"ARTIST", "Ann"}, {"ALBUM", "First"}, {"GENRE", "Jazz"},
-                                      {"TRACKNUMBER", "3"}, {"DATE", "1999"}}));
+        QVERIFY(tag(file("one.wav"), {{"TITLE", "Öne"},
+                                      {"ARTIST", "Ann"},
+                                      {"ALBUM", "First"},
+                                      {"GENRE", "Jazz"},
+                                      {"TRACKNUMBER", "3"},
+                                      {"DATE", "1999"}}));
         start();
         QTRY_COMPARE(ids(), QStringList("one.wav"));
 
@@ -218,8 +221,8 @@ private slots:
         makeTagged("a.wav", "Ann", "A", "1", "x");
         makeTagged("c.wav", "Cid", "A", "1", "x");
         watch(2);
-        QVERIFY(tag(file("c.wav"), {{"ARTIST", "Cid"}, {"ALBUM", "A"}, {"TRACKNUMBER", "1"}, {"TITLE", "x"},
-                                    {"GENRE", "Folk"}}));
+        QVERIFY(tag(file("c.wav"),
+                    {{"ARTIST", "Cid"}, {"ALBUM", "A"}, {"TRACKNUMBER", "1"}, {"TITLE", "x"}, {"GENRE", "Folk"}}));
         QTRY_COMPARE(rows().at(1).mediaData().genre(), QString("Folk"));
         QCOMPARE(settledChanges(), QStringList("1"));
     }
@@ -478,7 +481,7 @@ private:
         start();
         QCOMPARE(rescan(), count);
         m_worker->connectRowsChange(m_service->path("library"), this,
-                                    SLOT(on_rowsChanged(CMPath,QStringList,int,int)));
+                                    SLOT(on_rowsChanged(CMPath, QStringList, int, int)));
         // Its answer comes behind the subscription.
         QCOMPARE(ids().size(), count);
     }
@@ -503,7 +506,7 @@ private:
 
     QList<OrvoRoles> rows(const CMPath& path)
     {
-        const QStringList roles = {OrvoRoles::Id(),   OrvoRoles::Title(), OrvoRoles::Path(),     OrvoRoles::Icon(),
+        const QStringList roles = {OrvoRoles::Id(),   OrvoRoles::Title(),     OrvoRoles::Path(),     OrvoRoles::Icon(),
                                    OrvoRoles::Type(), OrvoRoles::MediaData(), OrvoRoles::Timestamp()};
         QList<OrvoRoles> result;
         for (const QVariant& row : finished(m_worker->getRows(path, 0, INT_MAX, -1, roles)).rows().toList()) {
