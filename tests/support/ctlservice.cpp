@@ -6,7 +6,9 @@
 
 #include <log4cplus/logger.h>
 
+#include <csignal>
 #include <cstdio>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace {
@@ -175,6 +177,8 @@ private:
 
 int main(int argc, char* argv[])
 {
+    // A test that is stopped leaves no service behind.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     QCoreApplication application(argc, argv);
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
     orvoRegisterMetaTypes();
