@@ -107,7 +107,8 @@ private slots:
         QCOMPARE(validated(OrvoValue().setI64_(LLONG_MAX), edit).i64_(), LLONG_MAX - 1);
         QCOMPARE(validated(OrvoValue().setI64_(LLONG_MIN), edit).i64_(), LLONG_MIN);
         // A limit outside of the payload's range is none.
-        QCOMPARE(validated(OrvoValue().setByte_(100), OrvoEdit().setMax("1000")).byte_(), static_cast<signed char>(100));
+        QCOMPARE(validated(OrvoValue().setByte_(100), OrvoEdit().setMax("1000")).byte_(),
+                 static_cast<signed char>(100));
     }
 
     void boolsAndTextsHaveNoNumericLimits()

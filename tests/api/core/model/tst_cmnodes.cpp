@@ -208,7 +208,8 @@ public:
             seen.append(QString("pathRemoved %1 %2").arg(type).arg(path.toEncoded()));
         });
         const auto note = [this, node](auto signal, const QString& name) {
-            connect(node, signal, this, [this, name](const CMPath& path) { seen.append(name + ' ' + path.toEncoded()); });
+            connect(node, signal, this,
+                    [this, name](const CMPath& path) { seen.append(name + ' ' + path.toEncoded()); });
         };
         note(&CMNode::dataPathAdded, "dataPathAdded");
         note(&CMNode::dataPathRemoved, "dataPathRemoved");

@@ -356,7 +356,8 @@ private slots:
     {
         NodesFixture f;
         Container* node = Container::create(f.nodes(), P("x:a"));
-        node->content = {stretch({OrvoRoles().setTitle("t").setPath(P("y:t?b=2")).__variant(), titled("pathless"), QVariant(5)})};
+        node->content = {
+            stretch({OrvoRoles().setTitle("t").setPath(P("y:t?b=2")).__variant(), titled("pathless"), QVariant(5)})};
         const QStringList roles{OrvoRoles::Title(), "unknown", OrvoRoles::Path(), OrvoRoles::Title()};
         const QVariantList rows = f.worker->getRows(P("x:a?a=1"), 0, 2, -1, roles).value().rows().toList();
         QCOMPARE(rows.at(0).toList(), QVariantList({"t", QVariant(), "y:t?b=2", "t"}));
@@ -371,7 +372,8 @@ private slots:
         NodesFixture f;
         CMUINode::create(f.nodes(), P("x:t"));
         Container* node = Container::create(f.nodes(), P("x:a"));
-        node->content = {stretch({OrvoRoles().setPath(P("y:t?b=2")).__variant(), QString("x:t?b=2"), titled("pathless")})};
+        node->content = {
+            stretch({OrvoRoles().setPath(P("y:t?b=2")).__variant(), QString("x:t?b=2"), titled("pathless")})};
         const auto paths = [&] {
             return column(f.worker->getRows(P("x:a?a=1?b=3"), 0, 2, -1, {OrvoRoles::Path()}));
         };

@@ -65,7 +65,8 @@ QList<Setter> setters()
         flag("preferred", &CMUINode::setPreferred, &CMUINode::preferred, OrvoRoles::Preferred()),
         flag("renderAsButton", &CMUINode::setRenderAsButton, &CMUINode::renderAsButton, OrvoRoles::RenderAsButton()),
         {"mediaData", [media](CMUINode* n) { n->setMediaData(media); },
-         [](CMUINode* n) { n->setMediaData(OrvoMediaData()); }, [media](CMUINode* n) { return n->mediaData() == media; },
+         [](CMUINode* n) { n->setMediaData(OrvoMediaData()); },
+         [media](CMUINode* n) { return n->mediaData() == media; },
          OrvoRoles::MediaData(), media.__variant(), OrvoMediaData().__variant()},
     };
 }
@@ -262,7 +263,8 @@ private slots:
     {
         const LogCapture log("CMUINode");
         NodesFixture f;
-        QCOMPARE(CMUINode::browseItem("x:none?k=v", {}), OrvoRoles().setTitle("Node at path 'x:none?k=v' does not exist"));
+        QCOMPARE(CMUINode::browseItem("x:none?k=v", {}),
+                 OrvoRoles().setTitle("Node at path 'x:none?k=v' does not exist"));
         QCOMPARE(log.lines(), QStringList("ERROR CMUIItem::getItem: x:none?k=v CMAbstractWorker::invalidPath: Node at "
                                           "path 'x:none?k=v' does not exist"));
     }

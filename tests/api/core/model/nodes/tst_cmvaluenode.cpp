@@ -203,7 +203,8 @@ private slots:
         CMValueNode::create(f.nodes(), P("x:v"));
         f.worker->setValue(P("x:v?k=v"), number(57));
         const QString line = log.lines().value(0);
-        QVERIFY2(line.startsWith("TRACE CMValueNode::setDataRequest: path:x:v?k=v role:value value:"), qPrintable(line));
+        QVERIFY2(line.startsWith("TRACE CMValueNode::setDataRequest: path:x:v?k=v role:value value:"),
+                 qPrintable(line));
         QVERIFY2(line.contains("57"), qPrintable(line));
     }
 
