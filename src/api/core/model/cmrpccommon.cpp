@@ -17,6 +17,8 @@ ORVO_LOGGER("CMRPCSocket")
 constexpr unsigned char magic[4] = {0xC0, 0xFF, 0xEE, 0x00};
 constexpr int headerSize = 8;
 constexpr int firstCapacity = 4 * 1024;
+/// A packet has no limit of its own, but a buffer cannot grow past what its type can tell.
+constexpr qint64 mostReceived = qint64(1) << 30;
 /// Beyond this the memory of a consumed buffer is given back.
 constexpr int keptCapacity = 64 * 1024;
 
@@ -180,6 +182,8 @@ void CMRPCSocket::on_socket_readyRead()
     // Again for what arrived while a handler ran an event loop: the socket does not tell of it a second time.
     do {
         receive();
+        if (!alive)
+            return;
         while (takePacket() == Next::GoOn) {
             if (!alive)
                 return;
@@ -193,7 +197,14 @@ void CMRPCSocket::on_socket_readyRead()
 
 void CMRPCSocket::receive()
 {
-    const int available = int(m_socket->bytesAvailable());
+    const qint64 waiting = m_socket->bytesAvailable();
+    if (m_buffer.size() + waiting > mostReceived) {
+        LOG4CPLUS_ERROR(logger(), m_logName << ": More received than can be held, closing the link");
+        forgetReceived();
+        m_socket->abort();
+        return;
+    }
+    const int available = int(waiting);
     const int filled = m_buffer.size();
     m_buffer.resize(filled + available);
     const qint64 read = m_socket->read(m_buffer.data() + filled, available);
