@@ -5,6 +5,7 @@
 #include <QDebug>
 
 #include <algorithm>
+#include <cstring>
 #include <ostream>
 
 namespace {
@@ -39,6 +40,23 @@ QString escaped(const QString& text)
         result.append(*c);
     }
     return result;
+}
+
+/// The first place where the texts differ, at most `length`.
+int mismatch(const QChar* a, const QChar* b, int length)
+{
+    int i = 0;
+    for (; i + 4 <= length; i += 4) {
+        quint64 fourA;
+        quint64 fourB;
+        std::memcpy(&fourA, a + i, sizeof fourA);
+        std::memcpy(&fourB, b + i, sizeof fourB);
+        if (fourA != fourB)
+            break;
+    }
+    while (i < length && a[i] == b[i])
+        ++i;
+    return i;
 }
 
 /// The first character of what the text form holds from index i of a path text on; below all of them at the end.
@@ -111,6 +129,9 @@ CMPath CMPath::fromEncoded(const QString& encoded)
     // Addresses of this service carry a query of their own, which belongs to it and not to this system.
     if (encoded.startsWith(QLatin1String("airable:preplay?serviceType=airable")))
         return fromEncoded(escaped(encoded).toUtf8());
+    const auto needsWork = [](QChar c) { return needsEscape(c) || c.isSurrogate(); };
+    if (std::none_of(encoded.cbegin(), encoded.cend(), needsWork))
+        return CMPath(encoded.isEmpty() ? QString() : encoded);
     return fromEncoded(encoded.toUtf8());
 }
 
@@ -184,7 +205,7 @@ bool CMPath::operator<(const CMPath& other) const
     const int common = qMin(m_path.size(), other.m_path.size());
     const QChar* a = m_path.constData();
     const QChar* b = other.m_path.constData();
-    const int i = int(std::mismatch(a, a + common, b).first - a);
+    const int i = mismatch(a, b, common);
     if (i == m_path.size() && i == other.m_path.size())
         return (hasParams() || other.hasParams()) && toEncoded() < other.toEncoded();
 
