@@ -60,6 +60,7 @@ void CMNodes::nodeInsert(CMNode* node)
     if (!nodes.isEmpty())
         qt_assert_x("CMNodes::nodeInsert", "Cannot insert already existing node", __FILE__, __LINE__);
     nodes.append(NodePointer(node));
+    m_nodesByText.insert(node->path().baseWithPrefix(), nodes);
 }
 
 void CMNodes::nodeRemove(CMNode* node)
@@ -69,8 +70,12 @@ void CMNodes::nodeRemove(CMNode* node)
     if (it == m_nodes.end())
         return;
     it->removeOne(NodePointer(node));
-    if (it->isEmpty())
+    if (it->isEmpty()) {
         m_nodes.erase(it);
+        m_nodesByText.remove(node->path().baseWithPrefix());
+    } else {
+        m_nodesByText.insert(node->path().baseWithPrefix(), *it);
+    }
 }
 
 bool CMNodes::nodeContains(CMNode* node) const
@@ -84,8 +89,12 @@ bool CMNodes::nodeContains(CMNode* node) const
 
 QList<CMNodes::NodePointer> CMNodes::nodesAtPath(const CMPath& path) const
 {
-    const CMPath plain = path.withoutParams();
     const QMutexLocker lock(&m_mutex);
+    // A node at the path itself serves it, whether or not it serves paths below.
+    const auto exact = m_nodesByText.constFind(path.baseWithPrefix());
+    if (exact != m_nodesByText.cend())
+        return *exact;
+    const CMPath plain = path.withoutParams();
     auto it = m_nodes.lowerBound(plain);
     if (it == m_nodes.cend() || it.key() != plain) {
         if (it == m_nodes.cbegin())

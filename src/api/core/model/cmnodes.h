@@ -15,6 +15,7 @@
 #include "core/model/nodes/cmvaluenode.h"
 
 #include <QExplicitlySharedDataPointer>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QMutex>
@@ -83,6 +84,8 @@ private slots:
 private:
     mutable QMutex m_mutex{QMutex::Recursive};
     QMap<CMPath, QList<NodePointer>> m_nodes;
+    /// The same lists by the path's text: most paths that are asked for are a node's own.
+    QHash<QString, QList<NodePointer>> m_nodesByText;
     CMSubscribe* const m_subscribe;
     CMAbstractWorker* const m_worker;
 };

@@ -31,7 +31,7 @@ CMSubscribe::CMSubscribe(const QString& id, QObject* parent, bool mergeEvents)
 CMSubscribe::~CMSubscribe()
 {
     const auto abandon = [](const auto& map) {
-        for (const auto& change : map)
+        for (const auto& change : map.inOrder)
             change->m_subscribe = nullptr;
     };
     abandon(m_valueChanges);
@@ -143,15 +143,15 @@ QList<CMPath> CMSubscribe::rowsPathsStartingWith(const CMPath& path) const
 bool CMSubscribe::rowsPending(const CMPath& path) const
 {
     const QMutexLocker lock(&m_mutex);
-    const auto it = m_rowsChanges.constFind(path);
-    return it != m_rowsChanges.cend() && (*it)->isPending();
+    const CMSubscribeRowsChange* found = m_rowsChanges.byPath.value(path);
+    return found && found->isPending();
 }
 
 int CMSubscribe::rowsVersion(const CMPath& path) const
 {
     const QMutexLocker lock(&m_mutex);
-    const auto it = m_rowsChanges.constFind(path);
-    return it == m_rowsChanges.cend() ? 0 : (*it)->version();
+    const CMSubscribeRowsChange* found = m_rowsChanges.byPath.value(path);
+    return found ? found->version() : 0;
 }
 
 void CMSubscribe::valueChanged(const CMPath& path, const QVariant& value)
@@ -159,17 +159,16 @@ void CMSubscribe::valueChanged(const CMPath& path, const QVariant& value)
     if (m_mergeEvents)
         dataChanged(path);
     const QMutexLocker lock(&m_mutex);
-    const auto it = m_valueChanges.constFind(path);
-    if (it != m_valueChanges.cend() && (*it)->addChange(value))
-        enqueue(it->data());
+    CMSubscribeValueChange* found = m_valueChanges.byPath.value(path);
+    if (found && found->addChange(value))
+        enqueue(found);
 }
 
 void CMSubscribe::dataChanged(const CMPath& path)
 {
     const QMutexLocker lock(&m_mutex);
-    const auto it = m_dataChanges.constFind(path);
-    if (it != m_dataChanges.cend())
-        enqueue(it->data());
+    if (CMSubscribeDataChange* found = m_dataChanges.byPath.value(path))
+        enqueue(found);
 }
 
 void CMSubscribe::rowsChanged(const CMPath& path, const QString& change, int version, int oldVersion)
@@ -187,16 +186,16 @@ template <typename Iterator>
 void CMSubscribe::reportRows(const CMPath& path, Iterator first, Iterator last, int version, int oldVersion)
 {
     const QMutexLocker lock(&m_mutex);
-    const auto it = m_rowsChanges.constFind(path);
-    if (it == m_rowsChanges.cend()) {
+    CMSubscribeRowsChange* found = m_rowsChanges.byPath.value(path);
+    if (!found) {
         LOG4CPLUS_TRACE(logger(), "no one subscribed for rowsChange at path " << path);
         return;
     }
     if (first == last)
         return;
     for (; first != last; ++first)
-        (*it)->addChange(*first, version, oldVersion);
-    enqueue(it->data());
+        found->addChange(*first, version, oldVersion);
+    enqueue(found);
 }
 
 void CMSubscribe::changed(const CMPath& path, const QString& rowsChange, int version, int oldVersion)
@@ -279,15 +278,17 @@ void CMSubscribe::connectChange(ChangeMap<T>& map, const CMPath& path, QObject* 
 {
     LOG4CPLUS_TRACE(logger(), m_id << ": connectChange: " << path << ' ' << method);
     QMutexLocker lock(&m_mutex);
-    QExplicitlySharedDataPointer<T>& entry = map[path];
-    if (!entry)
+    QExplicitlySharedDataPointer<T>& entry = map.inOrder[path];
+    if (!entry) {
         entry = new T(this, path);
+        map.byPath.insert(path, entry.data());
+    }
     // Copied, since the map may move on once the lock is gone.
     const QExplicitlySharedDataPointer<T> change = entry;
     const bool isFirst = !change->hasReceivers();
     if (!change->connectReceiver(receiver, method, connectionType))
         qt_assert_x(path.toEncoded().toUtf8().constData(), "connectChange failed", __FILE__, __LINE__);
-    LOG4CPLUS_TRACE(logger(), "connectChange: " << path << " size:" << map.size()
+    LOG4CPLUS_TRACE(logger(), "connectChange: " << path << " size:" << map.inOrder.size()
                                                 << " receivers: " << change->m_subscribers.size());
     lock.unlock();
     if (isFirst)
@@ -299,8 +300,8 @@ void CMSubscribe::disconnectChange(ChangeMap<T>& map, const CMPath& path, QObjec
 {
     LOG4CPLUS_TRACE(logger(), m_id << ": disconnectChange: " << path << ' ' << method);
     QMutexLocker lock(&m_mutex);
-    const auto it = map.constFind(path);
-    if (it == map.cend())
+    const auto it = map.inOrder.constFind(path);
+    if (it == map.inOrder.cend())
         return;
     if (!(*it)->disconnectReceiver(receiver, method))
         LOG4CPLUS_ERROR(logger(), "disconnectChange failed; path:" << path);
@@ -313,15 +314,16 @@ void CMSubscribe::disconnectedChange(ChangeMap<T>& map, const CMPath& path)
 {
     const QPointer<CMSubscribe> alive(this);
     QMutexLocker lock(&m_mutex);
-    const auto it = map.find(path);
-    if (it == map.end())
+    const auto it = map.inOrder.find(path);
+    if (it == map.inOrder.end())
         return;
     const QExplicitlySharedDataPointer<T> change = *it;
-    LOG4CPLUS_TRACE(logger(), "disconnectedChange: " << path << " size:" << map.size()
+    LOG4CPLUS_TRACE(logger(), "disconnectedChange: " << path << " size:" << map.inOrder.size()
                                                      << " receivers: " << change->m_subscribers.size());
     if (change->hasReceivers())
         return;
-    map.erase(it);
+    map.inOrder.erase(it);
+    map.byPath.remove(path);
     LOG4CPLUS_DEBUG(logger(), "removing from map, no more receivers for path: " << path);
     lock.unlock();
     // Another thread may subscribe the path anew, and tell so, ahead of what is told here: the last word must be true.
@@ -341,7 +343,7 @@ QList<CMPath> CMSubscribe::pathsStartingWith(const ChangeMap<T>& map, const CMPa
     const CMPath prefix = path.withoutParams();
     QList<CMPath> paths;
     const QMutexLocker lock(&m_mutex);
-    for (auto it = map.lowerBound(prefix); it != map.cend() && it.key().startsWith(prefix); ++it)
+    for (auto it = map.inOrder.lowerBound(prefix); it != map.inOrder.cend() && it.key().startsWith(prefix); ++it)
         paths.append(it.key());
     return paths;
 }
@@ -350,5 +352,5 @@ template <typename T>
 bool CMSubscribe::contains(const ChangeMap<T>& map, const CMPath& path) const
 {
     const QMutexLocker lock(&m_mutex);
-    return map.contains(path);
+    return map.byPath.contains(path);
 }

@@ -5,6 +5,7 @@
 #include "core/model/cmsubscribechange.h"
 
 #include <QExplicitlySharedDataPointer>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QMutex>
@@ -104,8 +105,13 @@ private slots:
     void timerTimeout();
 
 private:
+    /// The change objects in the order of their paths, and by path for the reports, most of which find none.
     template <typename T>
-    using ChangeMap = QMap<CMPath, QExplicitlySharedDataPointer<T>>;
+    struct ChangeMap
+    {
+        QMap<CMPath, QExplicitlySharedDataPointer<T>> inOrder;
+        QHash<CMPath, T*> byPath;
+    };
 
     friend class CMSubscribeChange;
     friend class CMSubscribeValueChange;
