@@ -146,14 +146,18 @@ struct MyJsonDom
         QVariantList list;
     };
 
-    /// A short text repeats too little to pay for the caches.
-    explicit MyJsonDom(int length)
+    /// A short text repeats too little to pay for a cache of its own; its keys are those of the texts before it.
+    explicit MyJsonDom(int length) : keys(lastKeys())
     {
-        stack.reserve(8);
-        if (length >= 1024) {
-            keys.emplace();
+        if (length >= 1024)
             values.emplace();
-        }
+        stack.reserve(8);
+    }
+
+    static TextCache& lastKeys()
+    {
+        static thread_local TextCache cache;
+        return cache;
     }
 
     void add(QVariant&& value)
@@ -200,7 +204,7 @@ struct MyJsonDom
 
     QStack<StackItem> stack;
     QVariant root;
-    std::optional<TextCache> keys;
+    TextCache& keys;
     std::optional<TextCache> values;
     std::array<int, 8> listSizes = {};
 };
@@ -250,7 +254,7 @@ int my_json_dom_callback(void* userdata, int type, const char* data, uint32_t le
         dom->add(QVariant(toText(dom->values, data, length)));
         return 0;
     case JSON_KEY:
-        dom->stack.top().key = toText(dom->keys, data, length);
+        dom->stack.top().key = dom->keys.text(data, length);
         return 0;
     case JSON_TRUE:
         dom->add(QVariant(true));
