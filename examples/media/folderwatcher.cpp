@@ -28,7 +28,13 @@ FolderWatcher::FolderWatcher(const QString& folder, QObject* parent)
     m_timer.setSingleShot(true);
     m_timer.setInterval(settleMs);
     connect(&m_timer, &QTimer::timeout, this, &FolderWatcher::scanTouched);
-    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, &FolderWatcher::scanLater);
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, [this](const QString& changed) {
+        // The folder around ours tells when ours goes or comes back, and of much else.
+        if (m_folders.contains(changed))
+            scanLater(changed);
+        else if (QFileInfo::exists(m_folder) != m_folders.contains(m_folder))
+            scanLater(m_folder);
+    });
     connect(m_watcher, &QFileSystemWatcher::fileChanged, this, [this](const QString& file) {
         m_eventful.insert(file);
         scanLater(QFileInfo(file).path());
@@ -41,6 +47,7 @@ void FolderWatcher::rescan()
         for (State& state : files)
             state = State();
     const QList<QString> known = m_folders.keys();
+    watch(QFileInfo(m_folder).path());
     scan(m_folder, DoNotWait);
     for (const QString& folder : known)
         if (folder != m_folder && m_folders.contains(folder))
@@ -59,7 +66,7 @@ void FolderWatcher::scanTouched()
 {
     const QSet<QString> touched = std::exchange(m_touched, {});
     for (const QString& folder : touched)
-        if (m_folders.contains(folder))
+        if (folder == m_folder || m_folders.contains(folder))
             scan(folder);
 }
 
@@ -67,7 +74,8 @@ void FolderWatcher::scan(const QString& folder, Settling settling)
 {
     const QDir dir(folder);
     if (!dir.exists()) {
-        LOG4CPLUS_WARN(mediaLog(), "folder is gone: " << folder.toStdString());
+        if (folder == m_folder)
+            LOG4CPLUS_WARN(mediaLog(), "the folder is gone: " << folder.toStdString());
         forget(folder);
         return;
     }

@@ -353,6 +353,19 @@ private slots:
         QVERIFY2(!log.contains("notes.txt"), log);
     }
 
+    void folderThatGoesAndComesBackIsServedAgain()
+    {
+        const QString folder = m_dir->path();
+        makeTagged("a.wav", "Ann", "A", "1", "x");
+        watch(1);
+        QVERIFY(QDir().rename(folder, folder + QStringLiteral(".away")));
+        QTRY_COMPARE(ids(), QStringList());
+        QVERIFY(QDir().rename(folder + QStringLiteral(".away"), folder));
+        QTRY_COMPARE(ids(), QStringList("a.wav"));
+        makeTagged("b.wav", "Bob", "A", "1", "x");
+        QTRY_COMPARE(ids(), QStringList({"a.wav", "b.wav"}));
+    }
+
     void fileThatStopsBeingSoundGoes()
     {
         makeTagged("a.wav", "Ann", "A", "1", "x");
