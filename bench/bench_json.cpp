@@ -54,8 +54,8 @@ QVariantHash reply(int rows)
 /// The same content with hashes of roles for rows, where each key comes up in every row.
 QVariantHash roleReply(int rows)
 {
-    static const char* const keys[Columns] = {"path", "title", "artist", "album", "type",
-                                              "icon", "duration", "index", "playable", "description"};
+    static const char* const keys[Columns] = {"path", "title",    "artist", "album",    "type",
+                                              "icon", "duration", "index",  "playable", "description"};
     QVariantList list;
     for (int i = 0; i < rows; ++i) {
         const QVariantList values = row(i);
@@ -124,8 +124,7 @@ void measure(benchmark::State& state, int bytes, const Work& work)
     const AllocationCounter allocations;
     for (auto _ : state)
         benchmark::DoNotOptimize(work());
-    state.counters["allocations"] =
-        benchmark::Counter(double(allocations.count()), benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] = benchmark::Counter(double(allocations.count()), benchmark::Counter::kAvgIterations);
     state.SetBytesProcessed(int64_t(state.iterations()) * bytes);
 }
 

@@ -268,7 +268,7 @@ void memoryOfSender(benchmark::State& state)
             senders.push_back(std::make_unique<Sender>());
             senders.back()->setObjectName(path(i).toEncoded());
             QObject::connect(senders.back().get(), SIGNAL(changed(CMPath, QVariant)), &receiver,
-                             SLOT(changed(CMPath, QVariant)));
+                                                          SLOT(changed(CMPath, QVariant)));
         }
         return senders;
     });

@@ -14,8 +14,11 @@ class LogCapture
 {
 public:
     explicit LogCapture(const char* loggerName, log4cplus::LogLevel level = log4cplus::TRACE_LOG_LEVEL)
-        : m_logger(log4cplus::Logger::getInstance(loggerName)), m_level(m_logger.getLogLevel()),
-          m_additivity(m_logger.getAdditivity()), m_lines(new Lines), m_appender(m_lines)
+        : m_logger(log4cplus::Logger::getInstance(loggerName)),
+          m_level(m_logger.getLogLevel()),
+          m_additivity(m_logger.getAdditivity()),
+          m_lines(new Lines),
+          m_appender(m_lines)
     {
         m_logger.setAdditivity(false);
         m_logger.setLogLevel(level);

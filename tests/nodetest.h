@@ -1,10 +1,10 @@
 #pragma once
 
+#include "core/model/cmmetatypes.h"
 #include "core/model/cmnodes.h"
 #include "core/model/cmrequest.h"
 #include "core/model/cmroot.h"
 #include "core/model/cmsubscribe.h"
-#include "core/model/cmmetatypes.h"
 
 #include <QMutex>
 #include <QStringList>

@@ -176,8 +176,7 @@ public:
         : m_bus(daemon.isEmpty() ? QDBusConnection::connectToPeer(address, QStringLiteral("bench"))
                                  : QDBusConnection::connectToBus(daemon, QStringLiteral("bench"))),
           m_service(daemon.isEmpty() ? QString() : address)
-    {
-    }
+    {}
 
     bool isReady() const override { return m_bus.isConnected(); }
     void get(const Done& done) override
@@ -532,8 +531,8 @@ QJsonArray measureAll()
                     const QJsonObject figure = QJsonDocument::fromJson(line).object();
                     if (figure.isEmpty())
                         continue;
-                    QString name = QStringLiteral("link (%1)/").arg(onGLib ? QStringLiteral("GLib loop")
-                                                                          : QStringLiteral("Qt loop"))
+                    QString name = QStringLiteral("link (%1)/")
+                                       .arg(onGLib ? QStringLiteral("GLib loop") : QStringLiteral("Qt loop"))
                                    + figure.value(QStringLiteral("name")).toString();
                     if (mode != QLatin1String("orvo"))
                         name += QStringLiteral("/peer:") + mode;

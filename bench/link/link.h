@@ -31,7 +31,7 @@ inline QStringList roles()
 {
     return {QStringLiteral("path"),        QStringLiteral("title"),           QStringLiteral("id"),
             QStringLiteral("description"), QStringLiteral("longDescription"), QStringLiteral("icon"),
-            QStringLiteral("type"),        QStringLiteral("timestamp"),       QStringLiteral("risky"),   
+            QStringLiteral("type"),        QStringLiteral("timestamp"),       QStringLiteral("risky"),
             QStringLiteral("value")};
 }
 

@@ -7,8 +7,7 @@
 // What the parser and the printer both know about the inside of a string.
 namespace json {
 
-struct Utf8Lead
-{
+struct Utf8Lead {
     uint8_t left;
     uint8_t low;
     uint8_t high;
@@ -37,8 +36,8 @@ inline const uint8_t* skipPlain(const uint8_t* p, const uint8_t* end)
         std::memcpy(&eight, p, 8);
         // The top bit of a byte gets set where the byte is special. A borrow may set bits above the first of these,
         // which do not count.
-        const uint64_t special = (eight | (eight - ones * 0x20) | ((eight ^ ones * '"') - ones)
-                                  | ((eight ^ ones * '\\') - ones))
+        const uint64_t special =
+            (eight | (eight - ones * 0x20) | ((eight ^ ones * '"') - ones) | ((eight ^ ones * '\\') - ones))
             & (ones * 0x80);
         if (special)
             return p + (__builtin_ctzll(special) >> 3);

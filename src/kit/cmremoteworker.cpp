@@ -74,8 +74,7 @@ void CMRemoteWorker::setDataRequest(const CMSetDataRequest& request)
         CMWorker::setDataRequest(request);
 }
 
-void CMRemoteWorker::on_client_rowsChanged(const CMPath& path, const QStringList& changes, int version,
-                                           int oldVersion)
+void CMRemoteWorker::on_client_rowsChanged(const CMPath& path, const QStringList& changes, int version, int oldVersion)
 {
     // Strings that wait in the hub go out in one delivery with these: it must begin where the first of them began.
     const int begin = subscribe()->rowsPending(path) ? -1 : oldVersion;

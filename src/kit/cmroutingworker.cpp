@@ -16,8 +16,7 @@ ORVO_LOGGER("CMRoutingWorker")
 
 CMRoutingWorker::CMRoutingWorker(const QHash<QString, QVariant>& arguments, QObject* parent)
     : CMAbstractWorker(arguments, parent)
-{
-}
+{}
 
 CMRoutingWorker::~CMRoutingWorker()
 {

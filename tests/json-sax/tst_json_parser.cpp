@@ -19,8 +19,7 @@ struct Told
 
     bool operator==(const Told& other) const
     {
-        return events == other.events && error == other.error && isDone == other.isDone
-            && processed == other.processed;
+        return events == other.events && error == other.error && isDone == other.isDone && processed == other.processed;
     }
 };
 
@@ -170,9 +169,9 @@ void TestJsonParser::everyTokenIsToldInOrder()
 {
     const Told result = told(R"({"a":[1,-2.5,"x\ty",true,false,null],"":{}})");
     const decltype(result.events) expected = {
-        {JSON_OBJECT_BEGIN, ""}, {JSON_KEY, "a"},      {JSON_ARRAY_BEGIN, ""}, {JSON_INT, "1"},
+        {JSON_OBJECT_BEGIN, ""}, {JSON_KEY, "a"},       {JSON_ARRAY_BEGIN, ""}, {JSON_INT, "1"},
         {JSON_FLOAT, "-2.5"},    {JSON_STRING, "x\ty"}, {JSON_TRUE, ""},        {JSON_FALSE, ""},
-        {JSON_NULL, ""},         {JSON_ARRAY_END, ""}, {JSON_KEY, ""},         {JSON_OBJECT_BEGIN, ""},
+        {JSON_NULL, ""},         {JSON_ARRAY_END, ""},  {JSON_KEY, ""},         {JSON_OBJECT_BEGIN, ""},
         {JSON_OBJECT_END, ""},   {JSON_OBJECT_END, ""},
     };
     QVERIFY(result.events == expected);
@@ -449,8 +448,7 @@ void TestJsonParser::controlCharactersInStringsAreRefused()
         const bool isLegalElsewhere = byte == '\t' || byte == '\n' || byte == '\r';
         for (const char* before : {"", "1234567", "12345678901234567"}) {
             const std::string text = std::string("[\"") + before + char(byte) + "some more text\"]";
-            QCOMPARE(errorOf(text),
-                     int(isLegalElsewhere ? JSON_ERROR_UNEXPECTED_CHARACTER : JSON_ERROR_BAD_CHARACTER));
+            QCOMPARE(errorOf(text), int(isLegalElsewhere ? JSON_ERROR_UNEXPECTED_CHARACTER : JSON_ERROR_BAD_CHARACTER));
         }
     }
     QCOMPARE(errorOf("[\"\x7F\"]"), 0);

@@ -50,10 +50,11 @@ std::string printedString(const std::string& text)
 }
 
 const std::vector<Token> nested = {
-    {JSON_OBJECT_BEGIN}, {JSON_KEY, "a"}, {JSON_ARRAY_BEGIN}, {JSON_INT, "1"}, {JSON_FLOAT, "2.5"}, {JSON_TRUE},
-    {JSON_FALSE}, {JSON_NULL}, {JSON_ARRAY_END}, {JSON_KEY, "b"}, {JSON_OBJECT_BEGIN}, {JSON_KEY, "c"},
-    {JSON_STRING, "d"}, {JSON_OBJECT_END}, {JSON_KEY, "e"}, {JSON_ARRAY_BEGIN}, {JSON_ARRAY_END}, {JSON_KEY, "f"},
-    {JSON_OBJECT_BEGIN}, {JSON_OBJECT_END}, {JSON_OBJECT_END},
+    {JSON_OBJECT_BEGIN}, {JSON_KEY, "a"},  {JSON_ARRAY_BEGIN}, {JSON_INT, "1"},     {JSON_FLOAT, "2.5"},
+    {JSON_TRUE},         {JSON_FALSE},     {JSON_NULL},        {JSON_ARRAY_END},    {JSON_KEY, "b"},
+    {JSON_OBJECT_BEGIN}, {JSON_KEY, "c"},  {JSON_STRING, "d"}, {JSON_OBJECT_END},   {JSON_KEY, "e"},
+    {JSON_ARRAY_BEGIN},  {JSON_ARRAY_END}, {JSON_KEY, "f"},    {JSON_OBJECT_BEGIN}, {JSON_OBJECT_END},
+    {JSON_OBJECT_END},
 };
 
 } // namespace
@@ -120,8 +121,7 @@ void TestJsonPrinter::whatNeedsItIsEscaped()
     QCOMPARE(printedString("\"\\/\b\f\n\r\t").c_str(), R"("\"\\/\b\f\n\r\t")");
     QCOMPARE(printedString(std::string("\0\x01\x1F\x7F", 4)).c_str(), "\"\\u0000\\u0001\\u001f\x7F\"");
     QCOMPARE(printedString("12345678\"12345678\\").c_str(), R"("12345678\"12345678\\")");
-    QCOMPARE(printedString("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80").c_str(),
-             "\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\"");
+    QCOMPARE(printedString("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80").c_str(), "\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\"");
     QCOMPARE(printed({{JSON_OBJECT_BEGIN}, {JSON_KEY, "a\"b\n"}, {JSON_NULL}, {JSON_OBJECT_END}}).text.c_str(),
              R"({"a\"b\n":null})");
 }
@@ -161,9 +161,9 @@ void TestJsonPrinter::stringsOfAnyBytesGiveValidJson()
 
 void TestJsonPrinter::longStringsGoOutWhole()
 {
-    for (const size_t size : {JSON_PRINTER_SPACE - 3, JSON_PRINTER_SPACE - 2, JSON_PRINTER_SPACE - 1,
-                              int(JSON_PRINTER_SPACE), JSON_PRINTER_SPACE + 1, 2 * JSON_PRINTER_SPACE,
-                              3 * JSON_PRINTER_SPACE + 17}) {
+    for (const size_t size :
+         {JSON_PRINTER_SPACE - 3, JSON_PRINTER_SPACE - 2, JSON_PRINTER_SPACE - 1, int(JSON_PRINTER_SPACE),
+          JSON_PRINTER_SPACE + 1, 2 * JSON_PRINTER_SPACE, 3 * JSON_PRINTER_SPACE + 17}) {
         QCOMPARE(printedString(std::string(size, 'a')), "\"" + std::string(size, 'a') + "\"");
         std::string expected = "\"";
         for (size_t i = 0; i < size; ++i)

@@ -16,14 +16,12 @@ class Subscriber : public QObject
 public:
     QStringList said;
 public slots:
-    void onValue(CMPath path, QVariant value)
-    {
-        said.append("value " + path.toEncoded() + ' ' + value.toString());
-    }
+    void onValue(CMPath path, QVariant value) { said.append("value " + path.toEncoded() + ' ' + value.toString()); }
     void onData(CMPath path) { said.append("data " + path.toEncoded()); }
     void onRows(CMPath path, QStringList changes, int version, int oldVersion)
     {
-        said.append(QStringLiteral("rows %1 [%2] %3 %4").arg(path.toEncoded(), changes.join(',')).arg(version).arg(oldVersion));
+        said.append(
+            QStringLiteral("rows %1 [%2] %3 %4").arg(path.toEncoded(), changes.join(',')).arg(version).arg(oldVersion));
     }
 };
 
@@ -90,8 +88,10 @@ private slots:
         const QStringList kinds{"getDataRequest", "getRowsRequest", "matchRowsRequest", "setDataRequest"};
         const QJsonArray values{QJsonArray{1}, QJsonObject{{"rowsCount", 4}}, 7, "done"};
         for (int i = 0; i < 4; ++i) {
-            QCOMPARE(requests.at(i).value(kinds.at(i)).toObject().value("path").toString(), text(QString(QChar('a' + i))));
-            peer()->send(QJsonObject{{"reply", QJsonObject{{"id", requests.at(i).value("id")}, {"value", values.at(i)}}}});
+            QCOMPARE(requests.at(i).value(kinds.at(i)).toObject().value("path").toString(),
+                     text(QString(QChar('a' + i))));
+            peer()->send(
+                QJsonObject{{"reply", QJsonObject{{"id", requests.at(i).value("id")}, {"value", values.at(i)}}}});
         }
         QTRY_VERIFY(set.isFinished());
         QCOMPARE(data.value(), QVariantList{1});
@@ -133,7 +133,8 @@ private slots:
         m_worker->connectValueChange(path("v"), &subscriber, SLOT(onValue(CMPath,QVariant)));
         m_worker->connectDataChange(path("d"), &subscriber, SLOT(onData(CMPath)));
         m_worker->connectRowsChange(path("r"), &subscriber, SLOT(onRows(CMPath,QStringList,int,int)));
-        peer()->send(QJsonObject{{"change", QJsonObject{{"valueChanged", QJsonObject{{"path", text("v")}, {"value", "x"}}}}}});
+        peer()->send(
+            QJsonObject{{"change", QJsonObject{{"valueChanged", QJsonObject{{"path", text("v")}, {"value", "x"}}}}}});
         peer()->send(QJsonObject{{"change", QJsonObject{{"dataChanged", QJsonObject{{"path", text("d")}}}}}});
         sendRows({"+1", "-2"}, 9, 7);
         QTRY_COMPARE(subscriber.said, (QStringList{"value " + text("v") + " x", "data " + text("d"),
@@ -184,7 +185,8 @@ private slots:
         }).join();
         QTRY_COMPARE(peer()->packets.size(), 2);
         QCOMPARE(peer()->packets.first(), wireSubscribe(text("d"), 1));
-        peer()->send(QJsonObject{{"reply", QJsonObject{{"id", peer()->of("request").first().value("id")}, {"value", QJsonArray{1}}}}});
+        peer()->send(QJsonObject{
+            {"reply", QJsonObject{{"id", peer()->of("request").first().value("id")}, {"value", QJsonArray{1}}}}});
         QTRY_VERIFY(reply.isFinished());
     }
 
@@ -197,7 +199,8 @@ private slots:
             done = true;
         });
         QTRY_COMPARE(peer()->packets.size(), 1);
-        peer()->send(QJsonObject{{"reply", QJsonObject{{"id", peer()->of("request").first().value("id")}, {"value", QJsonArray{"x"}}}}});
+        peer()->send(QJsonObject{
+            {"reply", QJsonObject{{"id", peer()->of("request").first().value("id")}, {"value", QJsonArray{"x"}}}}});
         QTRY_VERIFY(done);
         waiting.join();
         QCOMPARE(value, QVariant("x"));
@@ -210,9 +213,9 @@ private slots:
         QStringList errors;
         reply.onError([&](const CMError& error) {
             errors.append(error.name());
-            for (const CMVoidReply& again :
-                 QList<CMVoidReply>{worker->getData(path("a"), {"value"}), worker->getRows(path("a"), 0, 1, -1, {}),
-                                    worker->matchRow(path("a"), 0, "id", 1, 0, -1), worker->setData(path("a"), "value", 1)})
+            for (const CMVoidReply& again : QList<CMVoidReply>{
+                     worker->getData(path("a"), {"value"}), worker->getRows(path("a"), 0, 1, -1, {}),
+                     worker->matchRow(path("a"), 0, "id", 1, 0, -1), worker->setData(path("a"), "value", 1)})
                 errors.append(again.error().name());
         });
         delete worker;

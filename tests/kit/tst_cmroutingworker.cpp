@@ -179,8 +179,8 @@ private slots:
         QTRY_VERIFY(server.peer() && server.peer()->packets.size() == 2);
         QCOMPARE(server.peer()->packets.first(), wireSubscribe(remote.toEncoded(), 1));
         QCOMPARE(m_router->worker(service)->thread(), QThread::currentThread());
-        server.peer()->send(QJsonObject{
-            {"reply", QJsonObject{{"id", server.peer()->of("request").first().value("id")}, {"value", QJsonArray{7}}}}});
+        server.peer()->send(QJsonObject{{"reply", QJsonObject{{"id", server.peer()->of("request").first().value("id")},
+                                                              {"value", QJsonArray{7}}}}});
         QTRY_VERIFY(reply.isFinished());
     }
 

@@ -170,8 +170,7 @@ public:
     explicit ScriptedWorker(const QHash<QString, QVariant>& arguments = {},
                             const QString& id = QStringLiteral("scripted"))
         : CMWorker(arguments, id)
-    {
-    }
+    {}
 
     void getDataRequest(const CMGetDataRequest& request) override { take(request); }
     void getRowsRequest(const CMGetRowsRequest& request) override { take(request); }
@@ -244,7 +243,9 @@ private:
 
 inline int openDescriptors(qint64 pid)
 {
-    return QDir(QStringLiteral("/proc/%1/fd").arg(pid)).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+    return QDir(QStringLiteral("/proc/%1/fd").arg(pid))
+        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+        .size();
 }
 
 /// Resident memory in kilobytes.

@@ -126,9 +126,8 @@ int main(int argc, char** argv)
     const QString name = arguments.value(1);
     const CMPath prefix = CMPath::fromPrefix(name);
 
-    CMNodesWorker worker({{OrvoWorkerArguments::Prefix(), prefix.toEncoded()},
-                          {OrvoWorkerArguments::MergeEvents(), true}},
-                         name);
+    CMNodesWorker worker(
+        {{OrvoWorkerArguments::Prefix(), prefix.toEncoded()}, {OrvoWorkerArguments::MergeEvents(), true}}, name);
     CMRoot_setInstance(&worker);
     CMNodes* nodes = worker.nodes();
     CMValueNode::create(nodes, prefix + "value")->setValue(OrvoValue().setI32_(number("--value", 1)));

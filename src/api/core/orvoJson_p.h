@@ -9,12 +9,7 @@ class QVariant;
 namespace orvoJson {
 
 /// Failures of this layer; those of the parser and printer below it are 1 to 13.
-enum Code {
-    EmptyJson = 1000,
-    UnfinishedData = 1001,
-    UnsupportedType = 1002,
-    TrailingCharacters = 1003
-};
+enum Code { EmptyJson = 1000, UnfinishedData = 1001, UnsupportedType = 1002, TrailingCharacters = 1003 };
 
 /// Sets domain, code and the message that goes with the code.
 void setError(OrvoError& error, int code);

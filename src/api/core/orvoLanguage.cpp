@@ -17,8 +17,7 @@ class StringArg : public TrArg::ArgData
 public:
     StringArg(const QString& value, int fieldWidth, QChar fillChar)
         : m_fieldWidth(fieldWidth), m_fillChar(fillChar), m_value(value)
-    {
-    }
+    {}
     QString apply(const QString& text) const override { return text.arg(m_value, m_fieldWidth, m_fillChar); }
 
 private:
@@ -27,14 +26,13 @@ private:
     QString m_value;
 };
 
-template<typename T>
+template <typename T>
 class IntegerArg : public TrArg::ArgData
 {
 public:
     IntegerArg(T value, int fieldWidth, int base, QChar fillChar)
         : m_fieldWidth(fieldWidth), m_base(base), m_fillChar(fillChar), m_value(value)
-    {
-    }
+    {}
     QString apply(const QString& text) const override { return text.arg(m_value, m_fieldWidth, m_base, m_fillChar); }
 
 private:
@@ -53,14 +51,13 @@ using ULongLongArg = IntegerArg<unsigned long long>;
 using ShortArg = IntegerArg<short>;
 using UShortArg = IntegerArg<unsigned short>;
 
-template<typename T>
+template <typename T>
 class CharacterArg : public TrArg::ArgData
 {
 public:
     CharacterArg(T value, int fieldWidth, QChar fillChar)
         : m_fieldWidth(fieldWidth), m_fillChar(fillChar), m_value(value)
-    {
-    }
+    {}
     QString apply(const QString& text) const override { return text.arg(m_value, m_fieldWidth, m_fillChar); }
 
 private:
@@ -77,8 +74,7 @@ class DoubleArg : public TrArg::ArgData
 public:
     DoubleArg(double value, int fieldWidth, char format, int precision, QChar fillChar)
         : m_fieldWidth(fieldWidth), m_format(format), m_precision(precision), m_fillChar(fillChar), m_value(value)
-    {
-    }
+    {}
     QString apply(const QString& text) const override
     {
         return text.arg(m_value, m_fieldWidth, m_format, m_precision, m_fillChar);
@@ -137,48 +133,39 @@ TrArg::TrArg() : d(new ArgData) {}
 
 TrArg::TrArg(const QString& value, int fieldWidth, const QChar& fillChar)
     : d(new StringArg(value, fieldWidth, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(int value, int fieldWidth, int base, const QChar& fillChar)
     : d(new IntArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(unsigned int value, int fieldWidth, int base, const QChar& fillChar)
     : d(new UIntArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(long value, int fieldWidth, int base, const QChar& fillChar)
     : d(new LongArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(unsigned long value, int fieldWidth, int base, const QChar& fillChar)
     : d(new ULongArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(long long value, int fieldWidth, int base, const QChar& fillChar)
     : d(new LongLongArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(unsigned long long value, int fieldWidth, int base, const QChar& fillChar)
     : d(new ULongLongArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(short value, int fieldWidth, int base, const QChar& fillChar)
     : d(new ShortArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(unsigned short value, int fieldWidth, int base, const QChar& fillChar)
     : d(new UShortArg(value, fieldWidth, base, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(QChar value, int fieldWidth, const QChar& fillChar) : d(new QCharArg(value, fieldWidth, fillChar)) {}
 
@@ -186,8 +173,7 @@ TrArg::TrArg(char value, int fieldWidth, const QChar& fillChar) : d(new CharArg(
 
 TrArg::TrArg(double value, int fieldWidth, char format, int precision, const QChar& fillChar)
     : d(new DoubleArg(value, fieldWidth, format, precision, fillChar))
-{
-}
+{}
 
 TrArg::TrArg(const QStringList& values) : d(new StringsArg(values)) {}
 

@@ -62,27 +62,22 @@ public:
     TrArg(const QString& a, const QString& b, const QString& c, const QString& d) : TrArg(QStringList{a, b, c, d}) {}
     TrArg(const QString& a, const QString& b, const QString& c, const QString& d, const QString& e)
         : TrArg(QStringList{a, b, c, d, e})
-    {
-    }
+    {}
     TrArg(const QString& a, const QString& b, const QString& c, const QString& d, const QString& e, const QString& f)
         : TrArg(QStringList{a, b, c, d, e, f})
-    {
-    }
+    {}
     TrArg(const QString& a, const QString& b, const QString& c, const QString& d, const QString& e, const QString& f,
           const QString& g)
         : TrArg(QStringList{a, b, c, d, e, f, g})
-    {
-    }
+    {}
     TrArg(const QString& a, const QString& b, const QString& c, const QString& d, const QString& e, const QString& f,
           const QString& g, const QString& h)
         : TrArg(QStringList{a, b, c, d, e, f, g, h})
-    {
-    }
+    {}
     TrArg(const QString& a, const QString& b, const QString& c, const QString& d, const QString& e, const QString& f,
           const QString& g, const QString& h, const QString& i)
         : TrArg(QStringList{a, b, c, d, e, f, g, h, i})
-    {
-    }
+    {}
 
     TrArg(const TrArg&) = default;
     TrArg& operator=(const TrArg&) = default;
@@ -145,10 +140,7 @@ public:
     void setArg(const TrArg& arg);
     void setArg(int n, const TrArg& arg);
 
-    friend bool operator==(const TrString& a, const TrString& b)
-    {
-        return a.d == b.d || a.toString() == b.toString();
-    }
+    friend bool operator==(const TrString& a, const TrString& b) { return a.d == b.d || a.toString() == b.toString(); }
     friend bool operator!=(const TrString& a, const TrString& b) { return !(a == b); }
     /// The UTF-8 of toString().
     friend std::ostream& operator<<(std::ostream& stream, const TrString& text) { return text.print(stream); }

@@ -11,23 +11,19 @@ namespace OrvoField {
 
 template <typename T, typename = void>
 struct IsRecord : std::false_type
-{
-};
+{};
 
 template <typename T>
 struct IsRecord<T, std::void_t<decltype(std::declval<T&>().__setVariant(QVariant()))>> : std::true_type
-{
-};
+{};
 
 template <typename T, typename = void>
 struct HasTextForm : std::false_type
-{
-};
+{};
 
 template <typename T>
 struct HasTextForm<T, std::void_t<decltype(T::fromQVariant(QVariant()))>> : std::true_type
-{
-};
+{};
 
 /// How a field or list element of type T lies in a variant: by T's record protocol where it has one.
 template <typename T, typename = void>

@@ -158,7 +158,8 @@ private slots:
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<int>("n");
         QTest::addColumn<QByteArray>("cut");
-        const QByteArray euro("a\xe2\x82\xac" "b");
+        const QByteArray euro("a\xe2\x82\xac"
+                              "b");
         QTest::newRow("longer limit") << euro << 9 << euro;
         QTest::newRow("limit of its size") << euro << 5 << euro;
         QTest::newRow("behind the character") << euro << 4 << QByteArray("a\xe2\x82\xac");
@@ -171,7 +172,8 @@ private slots:
         QTest::newRow("empty with a negative limit") << QByteArray() << -1 << QByteArray();
         QTest::newRow("character first") << QByteArray("\xe2\x82\xac") << 2 << QByteArray();
         QTest::newRow("continuation bytes only") << QByteArray("\x82\x82\x82") << 2 << QByteArray();
-        QTest::newRow("four bytes") << QByteArray("\xf0\x9f\x98\x80\xf0\x9f\x98\x80") << 7 << QByteArray("\xf0\x9f\x98\x80");
+        QTest::newRow("four bytes") << QByteArray("\xf0\x9f\x98\x80\xf0\x9f\x98\x80") << 7
+                                    << QByteArray("\xf0\x9f\x98\x80");
     }
 
     void cuttingUtf8SplitsNoCharacter()
@@ -206,7 +208,8 @@ private slots:
         QTest::newRow("double") << OrvoValue().setDouble_(0.1) << "0.1";
         QTest::newRow("double with six digits") << OrvoValue().setDouble_(1.23456789) << "1.23457";
         QTest::newRow("large double") << OrvoValue().setDouble_(12345678.0) << "1.23457e+07";
-        QTest::newRow("string") << OrvoValue().setString_(QString::fromUtf8("\"Grüß\"")) << QString::fromUtf8("\"Grüß\"");
+        QTest::newRow("string") << OrvoValue().setString_(QString::fromUtf8("\"Grüß\""))
+                                << QString::fromUtf8("\"Grüß\"");
         QTest::newRow("empty string") << OrvoValue().setString_("") << "";
     }
 
@@ -260,10 +263,12 @@ int main(int argc, char** argv)
         Sender sender;
         Receiver receiver;
         orvoConnect(which == "noSender" ? nullptr : &sender,
-                    which == "unknownSignal" ? SIGNAL(tolled(int)) : SIGNAL(told(int)), &receiver,
-                    which == "unknownSlot"      ? SLOT(here(int))
-                    : which == "otherArguments" ? SLOT(deleteLater(QString))
-                                                : SLOT(hear(int)));
+                    which == "unknownSignal"                                 ? SIGNAL(tolled(int))
+                                                                             : SIGNAL(told(int)), &receiver,
+                                                      which == "unknownSlot" ? SLOT(here(int))
+                                                                             : which == "otherArguments"
+                                                      ? SLOT(deleteLater(QString))
+                                                      : SLOT(hear(int)));
         return 0;
     }
     tst_Orvo test;

@@ -113,12 +113,12 @@ bool readsAlike(const QVariant& ours, const QVariant& theirs)
     case QVariant::LongLong:
     case QVariant::Double:
         return (theirs.type() == QVariant::Double || theirs.type() == QVariant::LongLong)
-            && ours.toDouble() == theirs.toDouble();
+               && ours.toDouble() == theirs.toDouble();
     case QVariant::List: {
         const QVariantList a = ours.toList();
         const QVariantList b = theirs.toList();
         return theirs.type() == QVariant::List && a.size() == b.size()
-            && std::equal(a.begin(), a.end(), b.begin(), readsAlike);
+               && std::equal(a.begin(), a.end(), b.begin(), readsAlike);
     }
     case QVariant::Hash: {
         const QVariantHash a = ours.toHash();
@@ -468,9 +468,21 @@ void TestOrvoJson::integersBeyond64BitsSaturate()
 
 void TestOrvoJson::floatsReadAsQtReadsThem()
 {
-    QByteArrayList texts = {"-0.0", "0.1", "1e308", "1e309", "-1e999", "1e-320", "1e-999", "4.9406564584124654e-324",
-                            "2.2250738585072011e-308", "9007199254740993.0", "123456789012345678901234567890.5",
-                            "0.30000000000000004", "1.7976931348623157e308", "1.7976931348623159e308", "0e99999"};
+    QByteArrayList texts = {"-0.0",
+                            "0.1",
+                            "1e308",
+                            "1e309",
+                            "-1e999",
+                            "1e-320",
+                            "1e-999",
+                            "4.9406564584124654e-324",
+                            "2.2250738585072011e-308",
+                            "9007199254740993.0",
+                            "123456789012345678901234567890.5",
+                            "0.30000000000000004",
+                            "1.7976931348623157e308",
+                            "1.7976931348623159e308",
+                            "0e99999"};
     const uint seed = std::random_device()();
     qInfo("seed %u", seed);
     std::mt19937_64 random(seed);
@@ -692,8 +704,8 @@ void TestOrvoJson::prettyTextIsSortedAtEveryLevel()
   }
 })";
     // A map keeps its order and its values are sorted as well.
-    QCOMPARE(OrvoJson::serializePretty(QVariantHash{{"second", QVariantMap{{"inner", inner}}},
-                                                    {"first", QVariantList{inner}}}),
+    QCOMPARE(OrvoJson::serializePretty(
+                 QVariantHash{{"second", QVariantMap{{"inner", inner}}}, {"first", QVariantList{inner}}}),
              expected);
 }
 

@@ -40,7 +40,6 @@ QString qmFile(const QString& language)
     return QStringLiteral(ORVO_TEST_TRANSLATIONS "/orvo_") + language + QStringLiteral(".qm");
 }
 
-
 /// Counts the look-ups that no loaded file answers.
 class CountingTranslator : public QTranslator
 {
@@ -334,13 +333,12 @@ private slots:
         const LogCapture log("Language");
         Language::instance()->loadTranslations(QStringLiteral("zz"));
         const QString program = QCoreApplication::applicationDirPath();
-        QCOMPARE(log.lines(),
-                 (QStringList{
-                     "DEBUG Loading translations for zz",
-                     "DEBUG loadTranslations: Trying to load 'orvo_zz'",
-                     "DEBUG loadTranslations: Trying to load '" + program + "/translations/orvo_zz'",
-                     "DEBUG loadTranslations: Trying to load '" + program + "/../../translations/orvo_zz'",
-                 }));
+        QCOMPARE(log.lines(), (QStringList{
+                                  "DEBUG Loading translations for zz",
+                                  "DEBUG loadTranslations: Trying to load 'orvo_zz'",
+                                  "DEBUG loadTranslations: Trying to load '" + program + "/translations/orvo_zz'",
+                                  "DEBUG loadTranslations: Trying to load '" + program + "/../../translations/orvo_zz'",
+                              }));
     }
 
     void theFirstDirectoryThatHasTheFileWins_data()

@@ -24,15 +24,33 @@ const QMap<QString, std::function<void()>>& fatalCalls()
         {"hashULongLong", [] { orvoHash(QVariant(1ull)); }},
         {"hashDate", [] { orvoHash(QVariant(QDate(2020, 1, 1))); }},
         {"hashStringList", [] { orvoHash(QVariant(QStringList{"a"})); }},
-        {"hashInvalidInList", [] { orvoHash(QVariantList{1, QVariant()}); }},
+        {"hashInvalidInList",
+         [] {
+             orvoHash(QVariantList{1, QVariant()});
+         }},
         {"compareDates", [] { orvoCompare(QDate(2020, 1, 1), QDate(2020, 1, 2)); }},
         {"compareEmptyLists", [] { orvoCompare(QVariantList(), QVariantList()); }},
-        {"compareEqualLists", [] { orvoCompare(QVariantList{1, 2}, QVariantList{1, 2}); }},
-        {"compareListWithItsPrefix", [] { orvoCompare(QVariantList{1, 2}, QVariantList{1}); }},
-        {"comparePrefixWithItsList", [] { orvoCompare(QVariantList{1}, QVariantList{1, 2}); }},
+        {"compareEqualLists",
+         [] {
+             orvoCompare(QVariantList{1, 2}, QVariantList{1, 2});
+         }},
+        {"compareListWithItsPrefix",
+         [] {
+             orvoCompare(QVariantList{1, 2}, QVariantList{1});
+         }},
+        {"comparePrefixWithItsList",
+         [] {
+             orvoCompare(QVariantList{1}, QVariantList{1, 2});
+         }},
         {"compareEmptyHashes", [] { orvoCompare(QVariantHash(), QVariantHash()); }},
-        {"compareEqualHashes", [] { orvoCompare(QVariantHash{{"a", 1}}, QVariantHash{{"a", 1}}); }},
-        {"compareHashWithItsPart", [] { orvoCompare(QVariantHash{{"a", 1}, {"b", 2}}, QVariantHash{{"a", 1}}); }},
+        {"compareEqualHashes",
+         [] {
+             orvoCompare(QVariantHash{{"a", 1}}, QVariantHash{{"a", 1}});
+         }},
+        {"compareHashWithItsPart",
+         [] {
+             orvoCompare(QVariantHash{{"a", 1}, {"b", 2}}, QVariantHash{{"a", 1}});
+         }},
     };
     return calls;
 }
@@ -60,7 +78,8 @@ private slots:
         row("most negative int as long long", -2147483648LL, 2147483647);
         row("long long of 32 bits", 0x80000000LL, int(0x80000001u));
         row("long long of 33 bits", 0x100000000LL, 2);
-        row("long long with both halves", 0x0123456789abcdefLL, int(0x0123456789abcdefLL ^ (0x0123456789abcdefLL >> 31)));
+        row("long long with both halves", 0x0123456789abcdefLL,
+            int(0x0123456789abcdefLL ^ (0x0123456789abcdefLL >> 31)));
         row("double", 0.5, doubleHash(0.5));
         row("negative zero", -0.0, doubleHash(-0.0));
         row("string", QStringLiteral("text"), int(qHash(QStringLiteral("text"), 0)));

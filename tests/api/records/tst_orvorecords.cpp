@@ -36,53 +36,211 @@ OrvoHash merged(const QVariantHash& a, const QVariantHash& b)
 
 template <typename T>
 T sample();
-template <> QString sample() { return QStringLiteral("text"); }
-template <> bool sample() { return true; }
-template <> int sample() { return -7; }
-template <> long long sample() { return 1LL << 40; }
-template <> double sample() { return 2.5; }
-template <> QVariant sample() { return QVariantList{1, QStringLiteral("a")}; }
-template <> CMPath sample() { return CMPath::fromEncoded("ui:a?k=v"); }
-template <> OrvoHash sample() { return OrvoHash(QVariantHash{{"k", 1}}); }
-template <> OrvoValue sample() { return OrvoValue().setI32_(3); }
-template <> OrvoRoles sample() { return OrvoRoles().setTitle("t"); }
-template <> OrvoEdit sample() { return OrvoEdit().setMin("1"); }
-template <> OrvoMediaData sample() { return OrvoMediaData().setArtist("a"); }
-template <> OrvoOperation sample() { return OrvoOperation().setNot_(OrvoOperationNot_()); }
-template <> OrvoActionReply sample() { return OrvoActionReply().setXclass("c"); }
-template <> OrvoError sample() { return OrvoError().setName("n"); }
-template <> OrvoNetworkWiredInterface sample() { return OrvoNetworkWiredInterface(QVariantHash{{"k", 1}}); }
-template <> OrvoNetworkWirelessInterface sample() { return OrvoNetworkWirelessInterface(QVariantHash{{"k", 1}}); }
-template <> OrvoGetDataRequest sample() { return OrvoGetDataRequest().setPath(sample<CMPath>()); }
-template <> OrvoSetDataRequest sample() { return OrvoSetDataRequest().setRole("r"); }
-template <> OrvoGetRowsRequest sample() { return OrvoGetRowsRequest().setToRow(4); }
-template <> OrvoMatchRowsRequest sample() { return OrvoMatchRowsRequest().setMatchFlags(2); }
-template <> OrvoRequest sample() { return OrvoRequest().setId("i"); }
-template <> OrvoReply sample() { return OrvoReply().setId("i"); }
-template <> OrvoSubscribe sample() { return OrvoSubscribe().setSubscribe(true); }
-template <> OrvoValueChangeNotification sample() { return OrvoValueChangeNotification().setValue(1); }
-template <> OrvoDataChangeNotification sample() { return OrvoDataChangeNotification().setPath(sample<CMPath>()); }
-template <> OrvoRowsChangeNotification sample() { return OrvoRowsChangeNotification().setVersion(3); }
-template <> OrvoChangeNotification sample()
+template <>
+QString sample()
+{
+    return QStringLiteral("text");
+}
+template <>
+bool sample()
+{
+    return true;
+}
+template <>
+int sample()
+{
+    return -7;
+}
+template <>
+long long sample()
+{
+    return 1LL << 40;
+}
+template <>
+double sample()
+{
+    return 2.5;
+}
+template <>
+QVariant sample()
+{
+    return QVariantList{1, QStringLiteral("a")};
+}
+template <>
+CMPath sample()
+{
+    return CMPath::fromEncoded("ui:a?k=v");
+}
+template <>
+OrvoHash sample()
+{
+    return OrvoHash(QVariantHash{{"k", 1}});
+}
+template <>
+OrvoValue sample()
+{
+    return OrvoValue().setI32_(3);
+}
+template <>
+OrvoRoles sample()
+{
+    return OrvoRoles().setTitle("t");
+}
+template <>
+OrvoEdit sample()
+{
+    return OrvoEdit().setMin("1");
+}
+template <>
+OrvoMediaData sample()
+{
+    return OrvoMediaData().setArtist("a");
+}
+template <>
+OrvoOperation sample()
+{
+    return OrvoOperation().setNot_(OrvoOperationNot_());
+}
+template <>
+OrvoActionReply sample()
+{
+    return OrvoActionReply().setXclass("c");
+}
+template <>
+OrvoError sample()
+{
+    return OrvoError().setName("n");
+}
+template <>
+OrvoNetworkWiredInterface sample()
+{
+    return OrvoNetworkWiredInterface(QVariantHash{{"k", 1}});
+}
+template <>
+OrvoNetworkWirelessInterface sample()
+{
+    return OrvoNetworkWirelessInterface(QVariantHash{{"k", 1}});
+}
+template <>
+OrvoGetDataRequest sample()
+{
+    return OrvoGetDataRequest().setPath(sample<CMPath>());
+}
+template <>
+OrvoSetDataRequest sample()
+{
+    return OrvoSetDataRequest().setRole("r");
+}
+template <>
+OrvoGetRowsRequest sample()
+{
+    return OrvoGetRowsRequest().setToRow(4);
+}
+template <>
+OrvoMatchRowsRequest sample()
+{
+    return OrvoMatchRowsRequest().setMatchFlags(2);
+}
+template <>
+OrvoRequest sample()
+{
+    return OrvoRequest().setId("i");
+}
+template <>
+OrvoReply sample()
+{
+    return OrvoReply().setId("i");
+}
+template <>
+OrvoSubscribe sample()
+{
+    return OrvoSubscribe().setSubscribe(true);
+}
+template <>
+OrvoValueChangeNotification sample()
+{
+    return OrvoValueChangeNotification().setValue(1);
+}
+template <>
+OrvoDataChangeNotification sample()
+{
+    return OrvoDataChangeNotification().setPath(sample<CMPath>());
+}
+template <>
+OrvoRowsChangeNotification sample()
+{
+    return OrvoRowsChangeNotification().setVersion(3);
+}
+template <>
+OrvoChangeNotification sample()
 {
     return OrvoChangeNotification().setDataChanged(sample<OrvoDataChangeNotification>());
 }
-template <> OrvoList<QString> sample() { return QStringList{"a", "b"}; }
-template <> OrvoList<OrvoNetworkAddress> sample() { return QList<OrvoNetworkAddress>{OrvoNetworkAddress().setIp("x")}; }
-template <> OrvoList<OrvoRowEvent> sample() { return QList<OrvoRowEvent>{OrvoRowEvent().setIndex(3)}; }
-template <> OrvoList<OrvoRowsRolesType::Enum> sample()
+template <>
+OrvoList<QString> sample()
+{
+    return QStringList{"a", "b"};
+}
+template <>
+OrvoList<OrvoNetworkAddress> sample()
+{
+    return QList<OrvoNetworkAddress>{OrvoNetworkAddress().setIp("x")};
+}
+template <>
+OrvoList<OrvoRowEvent> sample()
+{
+    return QList<OrvoRowEvent>{OrvoRowEvent().setIndex(3)};
+}
+template <>
+OrvoList<OrvoRowsRolesType::Enum> sample()
 {
     return QList<OrvoRowsRolesType::Enum>{OrvoRowsRolesType::Music_, OrvoRowsRolesType::Settings_};
 }
-template <> OrvoRolesType::Enum sample() { return OrvoRolesType::Value_; }
-template <> OrvoRolesContainerType::Enum sample() { return OrvoRolesContainerType::Form_; }
-template <> OrvoEventSubscribeType::Enum sample() { return OrvoEventSubscribeType::ValueChanged; }
-template <> OrvoRowEventType::Enum sample() { return OrvoRowEventType::Moved; }
-template <> OrvoEventItemType::Enum sample() { return OrvoEventItemType::Updated; }
-template <> OrvoEventRowsType::Enum sample() { return OrvoEventRowsType::Changed; }
-template <> OrvoSubscribeType::Enum sample() { return OrvoSubscribeType::Rows; }
-template <> OrvoPowerManagerTargets::Enum sample() { return OrvoPowerManagerTargets::On; }
-template <> OrvoPowerManagerTargetReason::Enum sample() { return OrvoPowerManagerTargetReason::UserActivity; }
+template <>
+OrvoRolesType::Enum sample()
+{
+    return OrvoRolesType::Value_;
+}
+template <>
+OrvoRolesContainerType::Enum sample()
+{
+    return OrvoRolesContainerType::Form_;
+}
+template <>
+OrvoEventSubscribeType::Enum sample()
+{
+    return OrvoEventSubscribeType::ValueChanged;
+}
+template <>
+OrvoRowEventType::Enum sample()
+{
+    return OrvoRowEventType::Moved;
+}
+template <>
+OrvoEventItemType::Enum sample()
+{
+    return OrvoEventItemType::Updated;
+}
+template <>
+OrvoEventRowsType::Enum sample()
+{
+    return OrvoEventRowsType::Changed;
+}
+template <>
+OrvoSubscribeType::Enum sample()
+{
+    return OrvoSubscribeType::Rows;
+}
+template <>
+OrvoPowerManagerTargets::Enum sample()
+{
+    return OrvoPowerManagerTargets::On;
+}
+template <>
+OrvoPowerManagerTargetReason::Enum sample()
+{
+    return OrvoPowerManagerTargetReason::UserActivity;
+}
 
 } // namespace
 

@@ -48,9 +48,7 @@ void CMAbstractWorker::ping(const CMSetDataRequest& request)
     request.reply().setValue(QVariant());
 }
 
-void CMAbstractWorker::trace()
-{
-}
+void CMAbstractWorker::trace() {}
 
 void CMAbstractWorker::connectValueChange(const CMPath& path, QObject* receiver, const char* method,
                                           Qt::ConnectionType type)
@@ -149,14 +147,12 @@ CMReply<QVariant> CMAbstractWorker::setValue(const CMPath& path, const QVariant&
     return setData(path, OrvoRoles::Value(), value, reply);
 }
 
-CMReply<QVariant> CMAbstractWorker::setValue(const CMPath& path, const OrvoValue& value,
-                                             const CMReply<QVariant>& reply)
+CMReply<QVariant> CMAbstractWorker::setValue(const CMPath& path, const OrvoValue& value, const CMReply<QVariant>& reply)
 {
     return setData(path, OrvoRoles::Value(), value.__variant(), reply);
 }
 
-CMReply<QVariant> CMAbstractWorker::setRoles(const CMPath& path, const OrvoRoles& roles,
-                                             const CMReply<QVariant>& reply)
+CMReply<QVariant> CMAbstractWorker::setRoles(const CMPath& path, const OrvoRoles& roles, const CMReply<QVariant>& reply)
 {
     return setData(path, OrvoRoles::SetRoles(), roles.__variant(), reply);
 }
@@ -189,8 +185,8 @@ CMError CMAbstractWorker::createErrorInternal(const QString& message)
 
 CMError CMAbstractWorker::createErrorInvalidPath(const CMPath& path)
 {
-    return createError(ErrorInvalidPath(), TrString(translatable("Node at path '%1' does not exist"),
-                                                    TrArg(path.toEncoded())));
+    return createError(ErrorInvalidPath(),
+                       TrString(translatable("Node at path '%1' does not exist"), TrArg(path.toEncoded())));
 }
 
 CMError CMAbstractWorker::createErrorInvalidRowsVersion(const CMPath& path, int asked, int present)

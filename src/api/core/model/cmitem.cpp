@@ -108,8 +108,8 @@ void CMItem::on_getData_finished(CMVoidReply r)
     }
     const QVariantList values = static_cast<CMReplyData<QVariantList>*>(r.data())->value();
     if (values.size() != m_roleNames.size()) {
-        LOG4CPLUS_ERROR(logger(), '[' << m_path << "] expected " << m_roleNames.size() << " values, got "
-                                      << values.size());
+        LOG4CPLUS_ERROR(logger(),
+                        '[' << m_path << "] expected " << m_roleNames.size() << " values, got " << values.size());
         m_getDataFlag = true;
         return;
     }

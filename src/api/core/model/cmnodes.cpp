@@ -24,18 +24,18 @@ bool serves(const CMNodes::NodePointer& node, const CMPath& path)
 CMNodes::CMNodes(const QString&, CMSubscribe* subscribe, CMAbstractWorker* worker)
     : QObject(worker), m_subscribe(subscribe), m_worker(worker)
 {
-    orvoConnect(subscribe, SIGNAL(valuePathAdded(const CMPath &)), this, SLOT(valuePathAdded(const CMPath &)),
-                Qt::DirectConnection);
-    orvoConnect(subscribe, SIGNAL(valuePathRemoved(const CMPath &)), this, SLOT(valuePathRemoved(const CMPath &)),
-                Qt::DirectConnection);
-    orvoConnect(subscribe, SIGNAL(dataPathAdded(const CMPath &)), this, SLOT(dataPathAdded(const CMPath &)),
-                Qt::DirectConnection);
-    orvoConnect(subscribe, SIGNAL(dataPathRemoved(const CMPath &)), this, SLOT(dataPathRemoved(const CMPath &)),
-                Qt::DirectConnection);
-    orvoConnect(subscribe, SIGNAL(rowsPathAdded(const CMPath &)), this, SLOT(rowsPathAdded(const CMPath &)),
-                Qt::DirectConnection);
-    orvoConnect(subscribe, SIGNAL(rowsPathRemoved(const CMPath &)), this, SLOT(rowsPathRemoved(const CMPath &)),
-                Qt::DirectConnection);
+    orvoConnect(subscribe, SIGNAL(valuePathAdded(const CMPath &)), this,
+                                  SLOT(valuePathAdded(const CMPath &)), Qt::DirectConnection);
+    orvoConnect(subscribe, SIGNAL(valuePathRemoved(const CMPath &)), this,
+                                  SLOT(valuePathRemoved(const CMPath &)), Qt::DirectConnection);
+    orvoConnect(subscribe, SIGNAL(dataPathAdded(const CMPath &)), this,
+                                  SLOT(dataPathAdded(const CMPath &)), Qt::DirectConnection);
+    orvoConnect(subscribe, SIGNAL(dataPathRemoved(const CMPath &)), this,
+                                  SLOT(dataPathRemoved(const CMPath &)), Qt::DirectConnection);
+    orvoConnect(subscribe, SIGNAL(rowsPathAdded(const CMPath &)), this,
+                                  SLOT(rowsPathAdded(const CMPath &)), Qt::DirectConnection);
+    orvoConnect(subscribe, SIGNAL(rowsPathRemoved(const CMPath &)), this,
+                                  SLOT(rowsPathRemoved(const CMPath &)), Qt::DirectConnection);
 }
 
 CMNodes::~CMNodes()

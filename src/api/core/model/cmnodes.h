@@ -3,8 +3,8 @@
 // The serving side: the registry, its worker and all node classes.
 
 #include "core/model/cmabstractworker.h"
-#include "core/model/cmpath.h"
 #include "core/model/cmnodesworker.h"
+#include "core/model/cmpath.h"
 #include "core/model/nodes/cmactivatenode.h"
 #include "core/model/nodes/cmcontainernode.h"
 #include "core/model/nodes/cmlistrowsnode.h"

@@ -8,8 +8,7 @@
 
 CMNodesWorker::CMNodesWorker(const QHash<QString, QVariant>& arguments, const QString& id)
     : CMWorker(arguments, id), m_nodes(new CMNodes(id, subscribe(), this))
-{
-}
+{}
 
 CMNodesWorker::~CMNodesWorker()
 {

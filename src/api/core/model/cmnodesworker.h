@@ -4,7 +4,8 @@
 
 class CMNodes;
 
-/// The worker that serves a registry of nodes. Owns the registry, and tells its subscribers of the end before the hub goes.
+/// The worker that serves a registry of nodes. Owns the registry, and tells its subscribers of the end before the hub
+/// goes.
 class CMNodesWorker : public CMWorker
 {
     Q_OBJECT

@@ -26,9 +26,7 @@ QVariant CMReplyAbstractData::variant() const
     return QVariant();
 }
 
-void CMReplyAbstractData::setVariant(const QVariant&)
-{
-}
+void CMReplyAbstractData::setVariant(const QVariant&) {}
 
 void CMReplyAbstractData::setError(const CMError& error)
 {
@@ -146,9 +144,7 @@ QVariant CMReplyData<OrvoRowsRoles>::variant() const
     return m_value.__variant();
 }
 
-CMVoidReply::CMVoidReply() : m_d(new CMReplyData<void>)
-{
-}
+CMVoidReply::CMVoidReply() : m_d(new CMReplyData<void>) {}
 
 void CMVoidReply::cancel() const
 {

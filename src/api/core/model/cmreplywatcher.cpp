@@ -6,9 +6,7 @@
 
 CMReplyWatcher::~CMReplyWatcher() = default;
 
-CMReplyWatcherObject::CMReplyWatcherObject(QObject* parent) : QObject(parent)
-{
-}
+CMReplyWatcherObject::CMReplyWatcherObject(QObject* parent) : QObject(parent) {}
 
 CMReplyWatcherObject::CMReplyWatcherObject(QObject* receiver, const char* member, Qt::ConnectionType type)
 {
@@ -23,8 +21,7 @@ void CMReplyWatcherObject::finished(const CMVoidReply& reply)
 
 CMReplyWatcherObject2::CMReplyWatcherObject2(QObject* parent, Qt::ConnectionType type)
     : CMReplyWatcherObject(parent), m_type(type)
-{
-}
+{}
 
 void CMReplyWatcherObject2::finished(const CMVoidReply& reply)
 {
@@ -46,8 +43,7 @@ void CMReplyWatcherObject2::finished(const CMVoidReply& reply)
 
 CMLambdaWatcherObject::CMLambdaWatcherObject(std::function<void(const CMVoidReply&)> function, Qt::ConnectionType type)
     : CMReplyWatcherObject2(nullptr, type), m_function(std::move(function))
-{
-}
+{}
 
 void CMLambdaWatcherObject::on_finished(CMVoidReply reply)
 {

@@ -25,9 +25,9 @@ CMRPCClient::CMRPCClient(QObject* parent, const QString& name, const QString& re
     m_reconnectTimer.setSingleShot(true);
     m_reconnectTimer.setInterval(OrvoRPCSocketReconnectIntervalMs());
     orvoConnect(this, SIGNAL(sendRequestPrivate(OrvoRequest,const CMVoidReply &)), this,
-                SLOT(on_sendRequest_private(OrvoRequest,const CMVoidReply &)));
+                             SLOT(on_sendRequest_private(OrvoRequest,const CMVoidReply &)));
     orvoConnect(this, SIGNAL(subscribePathPrivate(const OrvoSubscribe &)), this,
-                SLOT(on_subscribePath_private(const OrvoSubscribe &)));
+                             SLOT(on_subscribePath_private(const OrvoSubscribe &)));
     orvoConnect(&m_reconnectTimer, SIGNAL(timeout()), this, SLOT(on_reconnectTimer_timeout()));
     on_reconnectTimer_timeout();
 }
@@ -131,8 +131,7 @@ void CMRPCClient::processReply(const OrvoReply& reply)
     }
     CMRPCReplyWatcher* watcher = m_requests.take(reply.id());
     if (!watcher) {
-        LOG4CPLUS_WARN(logger(),
-                       logName() << ": Reply for cancelled or non-existent request received: " << reply.id());
+        LOG4CPLUS_WARN(logger(), logName() << ": Reply for cancelled or non-existent request received: " << reply.id());
         return;
     }
     const CMVoidReply waiting = watcher->reply();

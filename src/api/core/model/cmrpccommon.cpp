@@ -32,14 +32,16 @@ quint32 bodySize(const char* header)
 } // namespace
 
 CMRPCSocket::CMRPCSocket(QObject* parent, const QString& name, const QString& remoteName, QLocalSocket* socket)
-    : QObject(parent), m_name(name), m_remoteName(remoteName),
+    : QObject(parent),
+      m_name(name),
+      m_remoteName(remoteName),
       m_logName(remoteName.isEmpty() ? name : name + QStringLiteral(" -> ") + remoteName),
       m_socket(socket ? socket : new QLocalSocket(this))
 {
     m_socket->setParent(this);
     m_buffer.reserve(firstCapacity);
     orvoConnect(m_socket, SIGNAL(error(QLocalSocket::LocalSocketError)), this,
-                SLOT(on_socket_error(QLocalSocket::LocalSocketError)));
+                                 SLOT(on_socket_error(QLocalSocket::LocalSocketError)));
     orvoConnect(m_socket, SIGNAL(connected()), this, SLOT(on_socket_connected()));
     orvoConnect(m_socket, SIGNAL(disconnected()), this, SLOT(on_socket_disconnected()));
     orvoConnect(m_socket, SIGNAL(readyRead()), this, SLOT(on_socket_readyRead()));
@@ -266,9 +268,7 @@ void CMRPCSocket::dropConsumed()
     }
 }
 
-void CMRPCSocket::requestEnded(const QString&, const CMVoidReply&)
-{
-}
+void CMRPCSocket::requestEnded(const QString&, const CMVoidReply&) {}
 
 void CMRPCSocket::forgetReceived()
 {

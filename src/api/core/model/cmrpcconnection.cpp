@@ -81,8 +81,7 @@ CMRequest requestFromWire(const OrvoRequest& request)
 
 CMRPCConnection::CMRPCConnection(CMRPCServer* server, const QString& name, QLocalSocket* socket)
     : CMRPCSocket(server, name, QString(), socket)
-{
-}
+{}
 
 CMRPCConnection::~CMRPCConnection()
 {
@@ -125,8 +124,7 @@ void CMRPCConnection::cancelRequest(const QString& id)
     // Taken out first, so that the end of the reply finds nothing and sends nothing.
     CMRPCReplyWatcher* watcher = m_watchers.take(id);
     if (!watcher) {
-        LOG4CPLUS_WARN(logger(),
-                       logName() << ": Cancel for already finished or non-existent request received: " << id);
+        LOG4CPLUS_WARN(logger(), logName() << ": Cancel for already finished or non-existent request received: " << id);
         return;
     }
     const CMVoidReply reply = watcher->reply();

@@ -40,8 +40,7 @@ public:
     void connectChange(CMAbstractWorker::ChangeType type, const CMPath& path, QObject* receiver, const char* method,
                        Qt::ConnectionType connectionType = Qt::AutoConnection);
     /// Takes away one connection of the receiver's method; a path without any left is told as removed.
-    void disconnectChange(CMAbstractWorker::ChangeType type, const CMPath& path, QObject* receiver,
-                          const char* method);
+    void disconnectChange(CMAbstractWorker::ChangeType type, const CMPath& path, QObject* receiver, const char* method);
     void connectValueChange(const CMPath& path, QObject* receiver, const char* method,
                             Qt::ConnectionType connectionType = Qt::AutoConnection);
     void disconnectValueChange(const CMPath& path, QObject* receiver, const char* method);
@@ -78,7 +77,8 @@ public slots:
     /// A value equal to the last one reported is dropped.
     void valueChanged(const CMPath& path, const QVariant& value);
     void dataChanged(const CMPath& path);
-    /// A negative version counts up (and is 0 after a reset or close); a negative oldVersion lets the present one stand.
+    /// A negative version counts up (and is 0 after a reset or close); a negative oldVersion lets the present one
+    /// stand.
     void rowsChanged(const CMPath& path, const QString& change, int version = -1, int oldVersion = -1);
     void rowsChanged(const CMPath& path, const QStringList& changes, int version = -1, int oldVersion = -1);
     /// Value (as invalid), data and rows of one path.

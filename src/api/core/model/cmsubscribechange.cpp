@@ -22,8 +22,8 @@ bool CMSubscribeChange::connectReceiver(QObject* receiver, const char* method, Q
     const QMetaObject::Connection changed = connect(this, m_signal, receiver, method, type);
     if (!changed)
         return false;
-    const QMetaObject::Connection destroyed = connect(receiver, SIGNAL(destroyed(QObject*)), this,
-                                                      SLOT(receiverDestroyed(QObject*)), Qt::DirectConnection);
+    const QMetaObject::Connection destroyed =
+        connect(receiver, SIGNAL(destroyed(QObject*)), this, SLOT(receiverDestroyed(QObject*)), Qt::DirectConnection);
     m_subscribers.insert(receiver, {QMetaObject::normalizedSignature(method), changed, destroyed});
     return true;
 }
@@ -50,8 +50,7 @@ void CMSubscribeChange::receiverDestroyed(QObject* receiver)
 
 CMSubscribeValueChange::CMSubscribeValueChange(CMSubscribe* subscribe, const CMPath& path)
     : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath,QVariant)))
-{
-}
+{}
 
 bool CMSubscribeValueChange::addChange(const QVariant& value)
 {
@@ -87,8 +86,7 @@ void CMSubscribeValueChange::pathRemoved()
 
 CMSubscribeDataChange::CMSubscribeDataChange(CMSubscribe* subscribe, const CMPath& path)
     : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath)))
-{
-}
+{}
 
 void CMSubscribeDataChange::emitChange()
 {
@@ -112,8 +110,7 @@ void CMSubscribeDataChange::pathRemoved()
 
 CMSubscribeRowsChange::CMSubscribeRowsChange(CMSubscribe* subscribe, const CMPath& path)
     : CMSubscribeChange(subscribe, path, SIGNAL(changed(CMPath,QStringList,int,int)))
-{
-}
+{}
 
 void CMSubscribeRowsChange::addChange(const QString& change, int version, int oldVersion)
 {

@@ -60,15 +60,14 @@ bool CMValueItem::waitForLoaded(unsigned long timeout)
     Q_ASSERT(thread() == QThread::currentThread());
     if (m_request.isNull() || !m_loading)
         return true;
-    LOG4CPLUS_DEBUG(logger(), "Waiting for the initial request to path " << m_path
-                                                                         << " to finish, timeout: " << timeout);
+    LOG4CPLUS_DEBUG(logger(),
+                    "Waiting for the initial request to path " << m_path << " to finish, timeout: " << timeout);
     const CMVoidReply reply = m_request.reply();
     if (reply.waitForFinished(timeout)) {
         on_getData_finished(reply);
         return true;
     }
-    LOG4CPLUS_ERROR(logger(),
-                    "Waiting for the initial request to path " << m_path << " to finish exceeded timeout");
+    LOG4CPLUS_ERROR(logger(), "Waiting for the initial request to path " << m_path << " to finish exceeded timeout");
     return false;
 }
 

@@ -30,8 +30,7 @@ class CMWorker::MatchRow : public CMReplyWatcher
 public:
     MatchRow(CMWorker* worker, const CMMatchRowRequest& request)
         : m_worker(worker), m_request(request), m_row(request.fromRow()), m_roles{request.role()}
-    {
-    }
+    {}
 
     void next()
     {
@@ -104,11 +103,12 @@ private:
 };
 
 CMWorker::CMWorker(const QHash<QString, QVariant>& arguments, const QString& id)
-    : CMAbstractWorker(arguments), m_threadId(int(syscall(SYS_gettid))), m_id(id),
+    : CMAbstractWorker(arguments),
+      m_threadId(int(syscall(SYS_gettid))),
+      m_id(id),
       m_subscribe(new CMSubscribe(id, this, arguments.value(OrvoWorkerArguments::MergeEvents()).toBool())),
       m_prefix(arguments.value(OrvoWorkerArguments::Prefix()).toString())
-{
-}
+{}
 
 CMWorker::~CMWorker() = default;
 

@@ -22,8 +22,7 @@ class NotingWorker : public CMWorker
 public:
     explicit NotingWorker(const QHash<QString, QVariant>& arguments = QHash<QString, QVariant>())
         : CMWorker(arguments, "wrapped")
-    {
-    }
+    {}
 
     void request(CMRequest request) override
     {
@@ -40,10 +39,7 @@ public:
             gate.acquire();
         CMWorker::request(request);
     }
-    void getDataRequest(const CMGetDataRequest& request) override
-    {
-        request.reply().setValue({"data"});
-    }
+    void getDataRequest(const CMGetDataRequest& request) override { request.reply().setValue({"data"}); }
     void getRowsRequest(const CMGetRowsRequest& request) override
     {
         request.reply().setValue(OrvoRowsRoles().setRowsCount(7));

@@ -47,19 +47,45 @@ private slots:
         QTest::addColumn<QString>("max");
         QTest::addColumn<double>("written");
         QTest::addColumn<double>("stored");
-        QTest::newRow("nothing set") << "" << "" << "" << 7.0 << 7.0;
-        QTest::newRow("step down") << "5" << "" << "" << 7.0 << 5.0;
-        QTest::newRow("step up") << "5" << "" << "" << 8.0 << 10.0;
-        QTest::newRow("on the grid") << "5" << "" << "" << 10.0 << 10.0;
-        QTest::newRow("maximum") << "" << "0" << "100" << 120.0 << 100.0;
-        QTest::newRow("minimum") << "" << "0" << "100" << -5.0 << 0.0;
-        QTest::newRow("minimum alone") << "" << "3" << "" << 1.0 << 3.0;
-        QTest::newRow("maximum alone") << "" << "" << "3" << 4.0 << 3.0;
-        QTest::newRow("at the limits") << "" << "3" << "3" << 3.0 << 3.0;
-        QTest::newRow("maximum wins over a greater minimum") << "" << "9" << "3" << 5.0 << 3.0;
-        QTest::newRow("a minimum moves off the grid") << "5" << "7" << "" << 6.0 << 7.0;
-        QTest::newRow("a maximum moves off the grid") << "5" << "" << "8" << 8.0 << 8.0;
-        QTest::newRow("unreadable limits are 0") << "" << "x" << "y" << 5.0 << 0.0;
+        QTest::newRow("nothing set") << ""
+                                     << ""
+                                     << "" << 7.0 << 7.0;
+        QTest::newRow("step down") << "5"
+                                   << ""
+                                   << "" << 7.0 << 5.0;
+        QTest::newRow("step up") << "5"
+                                 << ""
+                                 << "" << 8.0 << 10.0;
+        QTest::newRow("on the grid") << "5"
+                                     << ""
+                                     << "" << 10.0 << 10.0;
+        QTest::newRow("maximum") << ""
+                                 << "0"
+                                 << "100" << 120.0 << 100.0;
+        QTest::newRow("minimum") << ""
+                                 << "0"
+                                 << "100" << -5.0 << 0.0;
+        QTest::newRow("minimum alone") << ""
+                                       << "3"
+                                       << "" << 1.0 << 3.0;
+        QTest::newRow("maximum alone") << ""
+                                       << ""
+                                       << "3" << 4.0 << 3.0;
+        QTest::newRow("at the limits") << ""
+                                       << "3"
+                                       << "3" << 3.0 << 3.0;
+        QTest::newRow("maximum wins over a greater minimum") << ""
+                                                             << "9"
+                                                             << "3" << 5.0 << 3.0;
+        QTest::newRow("a minimum moves off the grid") << "5"
+                                                      << "7"
+                                                      << "" << 6.0 << 7.0;
+        QTest::newRow("a maximum moves off the grid") << "5"
+                                                      << ""
+                                                      << "8" << 8.0 << 8.0;
+        QTest::newRow("unreadable limits are 0") << ""
+                                                 << "x"
+                                                 << "y" << 5.0 << 0.0;
     }
 
     void numbersAreRoundedAndLimited()
@@ -164,8 +190,7 @@ private slots:
         const LogCapture log("CMEdit");
         const OrvoValue old = OrvoValue().setBool_(true);
         QCOMPARE(CMEdit::validate(old, OrvoValue(), OrvoEdit(), CMPath::fromEncoded("x:v")), old);
-        QCOMPARE(log.lines(),
-                 QStringList("ERROR Blocking new value because it hasn't got defined type, path: x:v"));
+        QCOMPARE(log.lines(), QStringList("ERROR Blocking new value because it hasn't got defined type, path: x:v"));
     }
 
     void theFirstWriteDecidesTheType()

@@ -66,10 +66,7 @@ private slots:
         QCOMPARE(roles, OrvoRoles().setTitle("Text"));
     }
 
-    void nothingGivesAnEmptyRecord()
-    {
-        QVERIFY(CMGlobal::rolesValuesToHash({}, {}).isEmpty());
-    }
+    void nothingGivesAnEmptyRecord() { QVERIFY(CMGlobal::rolesValuesToHash({}, {}).isEmpty()); }
 
     void aRoleListedTwiceKeepsTheLastValueThatWasKept()
     {

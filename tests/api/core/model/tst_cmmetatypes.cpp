@@ -101,10 +101,9 @@ private slots:
         send(Q_ARG(CMAbstractWorker::ChangeType, CMAbstractWorker::RowsChange));
         QCOMPARE(carrier.arrived, QStringList());
         QCoreApplication::sendPostedEvents(&carrier);
-        QCOMPARE(carrier.arrived,
-                 (QStringList{"request ui:data", "getData ui:data", "getRows ui:rows", "matchRow ui:match",
-                              "setData ui:set", "finished reply", "error cancel", "variant value", "path ui:path?x=1",
-                              "params 2", "type 2"}));
+        QCOMPARE(carrier.arrived, (QStringList{"request ui:data", "getData ui:data", "getRows ui:rows",
+                                               "matchRow ui:match", "setData ui:set", "finished reply", "error cancel",
+                                               "variant value", "path ui:path?x=1", "params 2", "type 2"}));
     }
 };
 

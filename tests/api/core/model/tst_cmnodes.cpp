@@ -295,8 +295,8 @@ private slots:
             << QStringList{"a/b", "a/b/c"} << QByteArray("a/b/d") << QStringList();
         QTest::newRow("ahead of the neighbour")
             << QStringList{"a/b", "a/b/c"} << QByteArray("a/b/a") << QStringList("a/b");
-        QTest::newRow("the deeper one wins") << QStringList{"a/b", "a/b/c"} << QByteArray("a/b/c/d")
-                                             << QStringList("a/b/c");
+        QTest::newRow("the deeper one wins")
+            << QStringList{"a/b", "a/b/c"} << QByteArray("a/b/c/d") << QStringList("a/b/c");
         QTest::newRow("the empty path") << ac << QByteArray("") << QStringList();
     }
 
@@ -439,8 +439,8 @@ private slots:
         const auto getRows = made<CMGetRowsRequest>(P("x:a"));
         const auto matchRow = made<CMMatchRowRequest>(P("x:a"));
         const auto setData = made<CMSetDataRequest>(P("x:a"));
-        for (const CMRequest& request : {CMRequest(getData), CMRequest(getRows), CMRequest(matchRow),
-                                         CMRequest(setData)}) {
+        for (const CMRequest& request :
+             {CMRequest(getData), CMRequest(getRows), CMRequest(matchRow), CMRequest(setData)}) {
             QVERIFY(!f.nodes()->request(request));
             QVERIFY(!request.reply().isFinished());
         }
@@ -453,10 +453,9 @@ private slots:
         for (const char* path : {"x:a", "x:b", "x:a/b?k=v"}) {
             const QString message = QString("Node at path '%1' does not exist").arg(path);
             const CMPath p = P(path);
-            const QList<CMError> errors{f.worker->getData(p, {"title"}).error(),
-                                        f.worker->getRows(p, 0, 1, -1, {"title"}).error(),
-                                        f.worker->matchRow(p, 0, "title", "a", 0, -1).error(),
-                                        f.worker->setValue(p, QVariant(1)).error()};
+            const QList<CMError> errors{
+                f.worker->getData(p, {"title"}).error(), f.worker->getRows(p, 0, 1, -1, {"title"}).error(),
+                f.worker->matchRow(p, 0, "title", "a", 0, -1).error(), f.worker->setValue(p, QVariant(1)).error()};
             for (const CMError& error : errors) {
                 QCOMPARE(error.name(), CMAbstractWorker::ErrorInvalidPath());
                 QCOMPARE(error.message(), message);
@@ -666,9 +665,8 @@ private slots:
         QExplicitlySharedDataPointer<CMNode> kept(node);
         SignalSpy signalSpy(node);
         node->deleteLater();
-        QCOMPARE(signalSpy.take(),
-                 QStringList({"pathRemoved 0 x:a", "pathRemoved 1 x:a", "dataPathRemoved x:a", "pathRemoved 2 x:a",
-                              "rowsPathRemoved x:a", "deletedLater 1"}));
+        QCOMPARE(signalSpy.take(), QStringList({"pathRemoved 0 x:a", "pathRemoved 1 x:a", "dataPathRemoved x:a",
+                                                "pathRemoved 2 x:a", "rowsPathRemoved x:a", "deletedLater 1"}));
         QVERIFY(node->deleted());
         QVERIFY(node->valuePaths().isEmpty() && node->dataPaths().isEmpty() && node->rowsPaths().isEmpty());
         // Crossed: who follows the value is told of data, who follows data is told of an invalid value.
@@ -860,13 +858,13 @@ private slots:
         for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
             methods.append(meta.method(i).methodSignature());
         methods.sort();
-        QCOMPARE(methods, QStringList({"dataPathAdded()", "dataPathAdded(CMPath)", "dataPathRemoved()",
-                                       "dataPathRemoved(CMPath)", "deletedLater()", "deletedLater(QObject*)",
-                                       "pathAdded(CMAbstractWorker::ChangeType)",
-                                       "pathAdded(CMAbstractWorker::ChangeType,CMPath)",
-                                       "pathRemoved(CMAbstractWorker::ChangeType)",
-                                       "pathRemoved(CMAbstractWorker::ChangeType,CMPath)", "rowsPathAdded()",
-                                       "rowsPathAdded(CMPath)", "rowsPathRemoved()", "rowsPathRemoved(CMPath)"}));
+        QCOMPARE(
+            methods,
+            QStringList({"dataPathAdded()", "dataPathAdded(CMPath)", "dataPathRemoved()", "dataPathRemoved(CMPath)",
+                         "deletedLater()", "deletedLater(QObject*)", "pathAdded(CMAbstractWorker::ChangeType)",
+                         "pathAdded(CMAbstractWorker::ChangeType,CMPath)", "pathRemoved(CMAbstractWorker::ChangeType)",
+                         "pathRemoved(CMAbstractWorker::ChangeType,CMPath)", "rowsPathAdded()", "rowsPathAdded(CMPath)",
+                         "rowsPathRemoved()", "rowsPathRemoved(CMPath)"}));
     }
 
     void theRegistrysSlotsTakeAPath()

@@ -100,12 +100,12 @@ private slots:
                 QRandomGenerator random(seed);
                 for (int i = 0; i < rounds; ++i) {
                     const CMPath path = numbered(random.bounded(2 * paths));
-                    for (auto type : {CMAbstractWorker::ValueChange, CMAbstractWorker::DataChange,
-                                      CMAbstractWorker::RowsChange})
+                    for (auto type :
+                         {CMAbstractWorker::ValueChange, CMAbstractWorker::DataChange, CMAbstractWorker::RowsChange})
                         f.worker->connectChange(type, path, &counter, SLOT(told()), Qt::DirectConnection);
                     f.worker->getData(path, {OrvoRoles::Title()});
-                    for (auto type : {CMAbstractWorker::ValueChange, CMAbstractWorker::DataChange,
-                                      CMAbstractWorker::RowsChange})
+                    for (auto type :
+                         {CMAbstractWorker::ValueChange, CMAbstractWorker::DataChange, CMAbstractWorker::RowsChange})
                         f.worker->disconnectChange(type, path, &counter, SLOT(told()));
                 }
             };
@@ -171,8 +171,7 @@ private slots:
             },
             [&] {
                 for (int i = 0; i < 1000; ++i) {
-                    const auto reply =
-                        f.worker->getRows(P("x:l"), 0, 20, -1, {OrvoRoles::Value(), OrvoRoles::Path()});
+                    const auto reply = f.worker->getRows(P("x:l"), 0, 20, -1, {OrvoRoles::Value(), OrvoRoles::Path()});
                     if (reply.error().isError() || reply.value().rows().toList().size() != reply.value().rowsCount())
                         qFatal("A rows request failed");
                 }

@@ -24,8 +24,18 @@ const char* const catalogueAddress = "airable:preplay?serviceType=airable";
 /// Short texts of few characters, so that equal heads, escapes and repetitions are frequent.
 QString randomText(QRandomGenerator& random, int minLength)
 {
-    static const QStringList alphabet{"a", "b",  ":", "/",           "\\",          "?",
-                                      "=", ">", "]", QString(QChar(0)), QString::fromUtf8("é"), QString::fromUtf8("😀")};
+    static const QStringList alphabet{"a",
+                                      "b",
+                                      ":",
+                                      "/",
+                                      "\\",
+                                      "?",
+                                      "=",
+                                      ">",
+                                      "]",
+                                      QString(QChar(0)),
+                                      QString::fromUtf8("é"),
+                                      QString::fromUtf8("😀")};
     QString text;
     for (int i = minLength + random.bounded(5); i > 0; --i)
         text += alphabet.at(random.bounded(alphabet.size()));
@@ -236,12 +246,24 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("prefix");
         QTest::addColumn<QString>("base");
-        QTest::newRow("plain") << "ui:a" << "ui" << "a";
-        QTest::newRow("two colons") << "ui:a:b" << "ui" << "a:b";
-        QTest::newRow("no colon") << "noprefix" << "" << "noprefix";
-        QTest::newRow("colon first") << ":a" << "" << "a";
-        QTest::newRow("colon last") << "ui:" << "ui" << "";
-        QTest::newRow("empty") << "" << "" << "";
+        QTest::newRow("plain") << "ui:a"
+                               << "ui"
+                               << "a";
+        QTest::newRow("two colons") << "ui:a:b"
+                                    << "ui"
+                                    << "a:b";
+        QTest::newRow("no colon") << "noprefix"
+                                  << ""
+                                  << "noprefix";
+        QTest::newRow("colon first") << ":a"
+                                     << ""
+                                     << "a";
+        QTest::newRow("colon last") << "ui:"
+                                    << "ui"
+                                    << "";
+        QTest::newRow("empty") << ""
+                               << ""
+                               << "";
     }
 
     void theFirstColonSplitsPrefixFromBase()
@@ -328,14 +350,30 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("subpath");
         QTest::addColumn<QString>("joined");
-        QTest::newRow("both") << "a/" << "/b" << "a/b";
-        QTest::newRow("neither") << "a" << "b" << "a/b";
-        QTest::newRow("left") << "a/" << "b" << "a/b";
-        QTest::newRow("right") << "a" << "/b" << "a/b";
-        QTest::newRow("onto nothing") << "" << "b" << "/b";
-        QTest::newRow("nothing") << "a" << "" << "a/";
-        QTest::newRow("behind a prefix") << "ui:" << "b" << "ui:/b";
-        QTest::newRow("one slash of several") << "a//" << "//b" << "a///b";
+        QTest::newRow("both") << "a/"
+                              << "/b"
+                              << "a/b";
+        QTest::newRow("neither") << "a"
+                                 << "b"
+                                 << "a/b";
+        QTest::newRow("left") << "a/"
+                              << "b"
+                              << "a/b";
+        QTest::newRow("right") << "a"
+                               << "/b"
+                               << "a/b";
+        QTest::newRow("onto nothing") << ""
+                                      << "b"
+                                      << "/b";
+        QTest::newRow("nothing") << "a"
+                                 << ""
+                                 << "a/";
+        QTest::newRow("behind a prefix") << "ui:"
+                                         << "b"
+                                         << "ui:/b";
+        QTest::newRow("one slash of several") << "a//"
+                                              << "//b"
+                                              << "a///b";
     }
 
     void aSubpathIsJoinedWithExactlyOneSlash()

@@ -107,8 +107,7 @@ class OwnedWatcher : public CMReplyWatcherObject2
 public:
     OwnedWatcher(QObject* parent, Qt::ConnectionType type, QStringList* calls)
         : CMReplyWatcherObject2(parent, type), m_calls(calls)
-    {
-    }
+    {}
 
 protected slots:
     void on_finished(CMVoidReply) override { m_calls->append("owned"); }
@@ -536,7 +535,8 @@ private slots:
         reply.setValue(6);
         QStringList calls;
         reply.addWatcher([&](const CMVoidReply&) { calls.append("watcher"); });
-        reply.onFinished([&](const CMReply<int>& ended) { calls.append("finished " + QString::number(ended.value())); });
+        reply.onFinished(
+            [&](const CMReply<int>& ended) { calls.append("finished " + QString::number(ended.value())); });
         reply.onSuccess([&](int value) { calls.append("success " + QString::number(value)); });
         reply.onError([&](const CMError&) { calls.append("error"); });
         QCOMPARE(calls, (QStringList{"watcher", "finished 6", "success 6"}));
@@ -556,10 +556,11 @@ private slots:
         QFETCH(int, end);
         QStringList calls;
         const CMReply<int> reply;
-        reply.onFinished([&](const CMReply<int>& ended) {
-                 QVERIFY(ended == reply);
-                 calls.append("finished");
-             })
+        reply
+            .onFinished([&](const CMReply<int>& ended) {
+                QVERIFY(ended == reply);
+                calls.append("finished");
+            })
             .onSuccess([&](int value) { calls.append("success " + QString::number(value)); })
             .onError([&](const CMError& error) { calls.append("error " + error.name()); });
         CMVoidReply(reply)

@@ -166,13 +166,15 @@ private slots:
                 QThread* const here = QThread::currentThread();
                 int left = replyCount;
                 for (const CMReply<int>& reply : replies)
-                    reply.onSuccess([&, here](int value) {
-                        if (QThread::currentThread() != here)
-                            ++elsewhere;
-                        sum += value;
-                        if (--left == 0)
-                            loop.quit();
-                    }, Qt::QueuedConnection);
+                    reply.onSuccess(
+                        [&, here](int value) {
+                            if (QThread::currentThread() != here)
+                                ++elsewhere;
+                            sum += value;
+                            if (--left == 0)
+                                loop.quit();
+                        },
+                        Qt::QueuedConnection);
                 registered.release();
                 loop.exec();
             }));

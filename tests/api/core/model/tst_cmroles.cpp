@@ -19,10 +19,7 @@ private slots:
         QCOMPARE(CMAllRoles(), expected.split(' '));
     }
 
-    void theListIsMadeOnce()
-    {
-        QVERIFY(CMAllRoles().isSharedWith(CMAllRoles()));
-    }
+    void theListIsMadeOnce() { QVERIFY(CMAllRoles().isSharedWith(CMAllRoles())); }
 
     void flagsHaveTheseKeys()
     {

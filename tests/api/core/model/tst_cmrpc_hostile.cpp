@@ -18,8 +18,17 @@ QByteArray header(quint32 size)
 QList<QByteArray> wrongPackets()
 {
     QList<QByteArray> texts{
-        "{}", "[]", "null", "0", "\"\"", "{\"request\":null}", "{\"request\":[]}", "{\"request\":5}",
-        "{\"request\":{}}", "{\"request\":{\"id\":null}}", "{\"request\":{\"id\":{},\"cancel\":[]}}",
+        "{}",
+        "[]",
+        "null",
+        "0",
+        "\"\"",
+        "{\"request\":null}",
+        "{\"request\":[]}",
+        "{\"request\":5}",
+        "{\"request\":{}}",
+        "{\"request\":{\"id\":null}}",
+        "{\"request\":{\"id\":{},\"cancel\":[]}}",
         "{\"request\":{\"id\":\"x\",\"cancel\":true}}",
         "{\"request\":{\"id\":\"x\",\"getDataRequest\":null}}",
         "{\"request\":{\"id\":\"x\",\"getDataRequest\":{\"path\":7,\"roles\":{}}}}",
@@ -27,11 +36,18 @@ QList<QByteArray> wrongPackets()
         "{\"request\":{\"id\":\"\",\"getDataRequest\":{\"path\":\"NAME:value\"}}}",
         "{\"request\":{\"id\":\"x\",\"setDataRequest\":{\"path\":\"NAME:value\",\"role\":\"value\",\"value\":null}}}",
         "{\"request\":{\"id\":\"x\",\"setDataRequest\":{\"path\":\"NAME:value\",\"role\":\"value\",\"value\":[[[]]]}}}",
-        "{\"request\":{\"id\":\"x\",\"setDataRequest\":{\"path\":\"NAME:value\",\"role\":5,\"value\":{\"type\":\"i32_\"}}}}",
-        "{\"request\":{\"id\":\"x\",\"setDataRequest\":{\"path\":\"NAME:append\",\"role\":\"activate\",\"value\":{\"a\":[]}}}}",
-        "{\"reply\":{}}", "{\"reply\":{\"id\":\"x\",\"value\":1}}", "{\"change\":{}}", "{\"change\":null}",
+        "{\"request\":{\"id\":\"x\",\"setDataRequest\":{\"path\":\"NAME:value\",\"role\":5,\"value\":{\"type\":\"i32_"
+        "\"}}}}",
+        "{\"request\":{\"id\":\"x\",\"setDataRequest\":{\"path\":\"NAME:append\",\"role\":\"activate\",\"value\":{"
+        "\"a\":[]}}}}",
+        "{\"reply\":{}}",
+        "{\"reply\":{\"id\":\"x\",\"value\":1}}",
+        "{\"change\":{}}",
+        "{\"change\":null}",
         "{\"change\":{\"rowsChanged\":{\"path\":5,\"changes\":{},\"version\":[]}}}",
-        "{\"subscribe\":null}", "{\"subscribe\":{}}", "{\"subscribe\":{\"path\":null,\"type\":0,\"subscribe\":true}}",
+        "{\"subscribe\":null}",
+        "{\"subscribe\":{}}",
+        "{\"subscribe\":{\"path\":null,\"type\":0,\"subscribe\":true}}",
         "{\"subscribe\":{\"path\":\"NAME:list\",\"type\":2,\"subscribe\":false}}",
         "{\"subscribe\":{\"path\":\"\",\"type\":1,\"subscribe\":true}}",
         "{\"subscribe\":{\"path\":\"a\\\\\",\"type\":1,\"subscribe\":true}}",
@@ -128,7 +144,8 @@ private slots:
 
     void sizesAroundTheBordersOfNumbersAreSurvived()
     {
-        for (const quint32 size : {0u, 1u, 0x7FFFFFF7u, 0x7FFFFFF8u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFF7u, 0xFFFFFFF8u, 0xFFFFFFFFu}) {
+        for (const quint32 size :
+             {0u, 1u, 0x7FFFFFF7u, 0x7FFFFFF8u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFF7u, 0xFFFFFFF8u, 0xFFFFFFFFu}) {
             RawPeer peer;
             QVERIFY(peer.connectTo(m_service));
             peer.send(header(size) + "{}");
@@ -148,7 +165,8 @@ private slots:
 
     void aStreamCutAtAnyByteIsSurvived()
     {
-        const QByteArray bytes = framed(wireSubscribe(m_service + ":list", 2)) + framed(wireGetData("1", m_service + ":value"));
+        const QByteArray bytes =
+            framed(wireSubscribe(m_service + ":list", 2)) + framed(wireGetData("1", m_service + ":value"));
         for (int cut = 0; cut <= bytes.size(); ++cut) {
             RawPeer peer;
             QVERIFY(peer.connectTo(m_service));
@@ -160,7 +178,8 @@ private slots:
     void randomBytesAreSurvived()
     {
         QRandomGenerator random(4711);
-        const QByteArray good = framed(wireSubscribe(m_service + ":list", 2)) + framed(wireGetData("1", m_service + ":value"));
+        const QByteArray good =
+            framed(wireSubscribe(m_service + ":list", 2)) + framed(wireGetData("1", m_service + ":value"));
         for (int round = 0; round < 300; ++round) {
             RawPeer peer;
             QVERIFY(peer.connectTo(m_service));
@@ -180,7 +199,8 @@ private slots:
                 if (!peer.connectTo(m_service))
                     return false;
                 peer.send(framed(wireSubscribe(m_service + ":list", 2)) + framed(wireSubscribe(m_service + ":value", 0))
-                          + framed(wireGetData("1", m_service + ":never")) + framed(wireGetData("2", m_service + ":value")).left(i % 90));
+                          + framed(wireGetData("1", m_service + ":never"))
+                          + framed(wireGetData("2", m_service + ":value")).left(i % 90));
                 if (i % 3 == 0)
                     peer.abort();
             }
@@ -192,7 +212,8 @@ private slots:
         const int descriptors = openDescriptors(m_server->pid());
         const int memory = residentMemory(m_server->pid());
         QVERIFY(round(1000));
-        QTRY_VERIFY2(openDescriptors(m_server->pid()) <= descriptors, qPrintable(QString::number(openDescriptors(m_server->pid()))));
+        QTRY_VERIFY2(openDescriptors(m_server->pid()) <= descriptors,
+                     qPrintable(QString::number(openDescriptors(m_server->pid()))));
 #if !defined(__SANITIZE_ADDRESS__) // which keeps freed memory back
         // The requests that "never" keeps are all that may have grown.
         QVERIFY2(residentMemory(m_server->pid()) < memory + 4096,
@@ -211,7 +232,8 @@ private slots:
         QTRY_VERIFY(evil.peer() && client.isConnected());
         client.subscribeValuePath(CMPath::fromEncoded(QString("p:v")));
         client.subscribeRowsPath(CMPath::fromEncoded(QString("p:r")));
-        const QList<QByteArray> values{"null", "1", "\"x\"", "[]", "[[]]", "{}", "[{}]", "{\"rows\":5}", "{\"rowsCount\":-1}", "1e300"};
+        const QList<QByteArray> values{
+            "null", "1", "\"x\"", "[]", "[[]]", "{}", "[{}]", "{\"rows\":5}", "{\"rowsCount\":-1}", "1e300"};
         int asked = 0;
         for (const QByteArray& key : {QByteArray("value"), QByteArray("error")})
             for (const QByteArray& value : values) {
@@ -227,7 +249,8 @@ private slots:
                 asked += 4;
                 QTRY_COMPARE(evil.peer()->of("request").size(), asked);
                 for (int i = asked - 4; i < asked; ++i)
-                    evil.peer()->send(framed("{\"reply\":{\"id\":\"" + evil.peer()->of("request").at(i).value("id").toString().toUtf8()
+                    evil.peer()->send(framed("{\"reply\":{\"id\":\""
+                                             + evil.peer()->of("request").at(i).value("id").toString().toUtf8()
                                              + "\",\"" + key + "\":" + value + "}}"));
                 for (const CMVoidReply& reply : replies)
                     QTRY_VERIFY(reply.isFinished());

@@ -156,7 +156,8 @@ private slots:
     {
         RawPeer peer;
         QVERIFY(peer.connectTo(m_service));
-        const QByteArray bytes = framed(wireGetData("raw:1", m_service + ":value", {"type"})) + framed(wireSubscribe(m_service + ":value", 0));
+        const QByteArray bytes = framed(wireGetData("raw:1", m_service + ":value", {"type"}))
+                                 + framed(wireSubscribe(m_service + ":value", 0));
         for (const char byte : bytes)
             peer.send(QByteArray(1, byte));
         QTRY_COMPARE(peer.replyTo("raw:1"), (QJsonObject{{"id", "raw:1"}, {"value", QJsonArray{"value"}}}));
@@ -172,7 +173,8 @@ private slots:
         for (int i = 0; i < 20; ++i) {
             RawPeer peer;
             QVERIFY(peer.connectTo(m_service));
-            peer.send(framed(wireGetData("1", m_service + ":never")) + framed(wireGetData("2", m_service + ":slow?ms=20"))
+            peer.send(framed(wireGetData("1", m_service + ":never"))
+                      + framed(wireGetData("2", m_service + ":slow?ms=20"))
                       + framed(wireSubscribe(m_service + ":list", 2)));
             peer.abort();
         }

@@ -24,9 +24,8 @@ public:
     int count(int type) const { return type == 0 ? values : type == 1 ? datas : rows; }
     static const char* slot(int type)
     {
-        return type == 0 ? SLOT(onValue(CMPath,QVariant))
-               : type == 1 ? SLOT(onData(CMPath))
-                           : SLOT(onRows(CMPath,QStringList));
+        return type == 0
+            ? SLOT(onValue(CMPath,QVariant)) : type == 1 ? SLOT(onData(CMPath)) : SLOT(onRows(CMPath,QStringList));
     }
 public slots:
     void onValue(CMPath, QVariant newValue)
@@ -168,7 +167,8 @@ private slots:
         QFETCH(QString, when);
         Subscriber subscriber;
         const auto subscribe = [&] {
-            m_worker->connectChange(CMAbstractWorker::ChangeType(type), path("die"), &subscriber, Subscriber::slot(type));
+            m_worker->connectChange(CMAbstractWorker::ChangeType(type), path("die"), &subscriber,
+                                    Subscriber::slot(type));
         };
         if (when == "before") {
             m_server->kill();

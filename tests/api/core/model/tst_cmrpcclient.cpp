@@ -46,13 +46,17 @@ public:
     explicit Ear(CMRPCClient* client)
     {
         connect(client, &CMRPCClient::valueChanged, this, [this](const CMPath& path, const QVariant& value) {
-            tell("value " + path.toEncoded() + ' ' + QString::fromUtf8(QJsonDocument::fromVariant(QVariantList{value}).toJson(QJsonDocument::Compact)));
+            tell("value " + path.toEncoded() + ' '
+                 + QString::fromUtf8(QJsonDocument::fromVariant(QVariantList{value}).toJson(QJsonDocument::Compact)));
         });
         connect(client, &CMRPCClient::dataChanged, this,
                 [this](const CMPath& path) { tell("data " + path.toEncoded()); });
         connect(client, &CMRPCClient::rowsChanged, this,
                 [this](const CMPath& path, const QStringList& changes, int version, int oldVersion) {
-                    tell(QStringLiteral("rows %1 [%2] %3 %4").arg(path.toEncoded(), changes.join(',')).arg(version).arg(oldVersion));
+                    tell(QStringLiteral("rows %1 [%2] %3 %4")
+                             .arg(path.toEncoded(), changes.join(','))
+                             .arg(version)
+                             .arg(oldVersion));
                     changesCount = changes.size();
                 });
         connect(client, &CMRPCClient::connectedChanged, this,
@@ -202,22 +206,23 @@ private slots:
             request.remove("id");
         }
         QCOMPARE(ids.size(), 4);
-        QCOMPARE(requests.at(0), (QJsonObject{{"getDataRequest", QJsonObject{{"path", "p:a?k=v"},
-                                                                            {"roles", QJsonArray{"value", "title"}}}}}));
+        QCOMPARE(requests.at(0),
+                 (QJsonObject{
+                     {"getDataRequest", QJsonObject{{"path", "p:a?k=v"}, {"roles", QJsonArray{"value", "title"}}}}}));
         QCOMPARE(requests.at(1),
                  (QJsonObject{{"setDataRequest",
                                QJsonObject{{"path", "p:b"}, {"role", "activate"}, {"value", QJsonArray{1, "x"}}}}}));
         QCOMPARE(requests.at(2), (QJsonObject{{"getRowsRequest", QJsonObject{{"path", "p:c"},
-                                                                            {"fromRow", 1},
-                                                                            {"toRow", 2},
-                                                                            {"rowsVersion", 3},
-                                                                            {"roles", QJsonArray{"id"}}}}}));
+                                                                             {"fromRow", 1},
+                                                                             {"toRow", 2},
+                                                                             {"rowsVersion", 3},
+                                                                             {"roles", QJsonArray{"id"}}}}}));
         QCOMPARE(requests.at(3), (QJsonObject{{"matchRowsRequest", QJsonObject{{"path", "p:d"},
-                                                                              {"fromRow", 4},
-                                                                              {"role", "id"},
-                                                                              {"value", "v"},
-                                                                              {"matchFlags", 5},
-                                                                              {"rowsVersion", 6}}}}));
+                                                                               {"fromRow", 4},
+                                                                               {"role", "id"},
+                                                                               {"value", "v"},
+                                                                               {"matchFlags", 5},
+                                                                               {"rowsVersion", 6}}}}));
     }
 
     void idsCountUp()
@@ -263,7 +268,8 @@ private slots:
         const CMGetDataRequest request = getData("p:a");
         m_client->getDataRequest(request);
         QTRY_COMPARE(peer()->packets.size(), 1);
-        const QJsonObject error{{"name", "n"}, {"message", "m"}, {"title", "t"}, {"actionReply", QJsonObject{{"xclass", "c"}}}};
+        const QJsonObject error{
+            {"name", "n"}, {"message", "m"}, {"title", "t"}, {"actionReply", QJsonObject{{"xclass", "c"}}}};
         peer()->send(QJsonObject{{"reply", QJsonObject{{"id", idOf(peer()->packets.first())}, {"error", error}}}});
         QTRY_VERIFY(request.reply().isFinished());
         QCOMPARE(request.reply().error().name(), QString("n"));
@@ -280,12 +286,13 @@ private slots:
         QTRY_COMPARE(peer()->packets.size(), 1);
         const QString id = idOf(peer()->packets.first());
         peer()->send(QJsonObject{{"reply", QJsonObject{{"id", id}}}});
-        QTRY_COMPARE(log.lines(), QStringList("ERROR me -> " + m_service + ": Unknown reply format: {\"id\":\"" + id + "\"}"));
+        QTRY_COMPARE(log.lines(),
+                     QStringList("ERROR me -> " + m_service + ": Unknown reply format: {\"id\":\"" + id + "\"}"));
         QVERIFY(!request.reply().isFinished());
         // Its watcher is all that is left; a good reply comes too late.
         peer()->send(wireReply(id, QJsonArray{1}));
-        QTRY_COMPARE(log.lines().last(), "WARN me -> " + m_service
-                                             + ": Reply for cancelled or non-existent request received: " + id);
+        QTRY_COMPARE(log.lines().last(),
+                     "WARN me -> " + m_service + ": Reply for cancelled or non-existent request received: " + id);
         QVERIFY(!request.reply().isFinished());
         request.reply().cancel();
     }
@@ -311,8 +318,8 @@ private slots:
         QCOMPARE(log.lines(),
                  QStringList("DEBUG me -> " + m_service + ": Request finished locally, cancelling: " + id));
         peer()->send(wireReply(id, QJsonArray{1}));
-        QTRY_COMPARE(log.lines().last(), "WARN me -> " + m_service
-                                             + ": Reply for cancelled or non-existent request received: " + id);
+        QTRY_COMPARE(log.lines().last(),
+                     "WARN me -> " + m_service + ": Reply for cancelled or non-existent request received: " + id);
     }
 
     void aRequestThatWasCancelledBeforehandIsSentAndCancelled()
@@ -381,7 +388,8 @@ private slots:
             asker.join();
         QTRY_COMPARE(peer()->packets.size(), threads * each);
         for (const QJsonObject& request : peer()->of("request"))
-            peer()->send(wireReply(request.value("id").toString(), QJsonArray{request.value("getDataRequest").toObject().value("path")}));
+            peer()->send(wireReply(request.value("id").toString(),
+                                   QJsonArray{request.value("getDataRequest").toObject().value("path")}));
         for (const auto& list : requests)
             for (const CMGetDataRequest& request : list) {
                 QTRY_VERIFY(request.reply().isFinished());
@@ -410,8 +418,9 @@ private slots:
         for (const QJsonObject& packet : qAsConst(server.peer()->packets)) {
             const QJsonObject request = packet.value("request").toObject();
             seen.append(packet.contains("subscribe") ? packet.value("subscribe").toObject().value("path").toString()
-                        : request.contains("cancel")  ? "cancel"
-                                                      : request.value("getDataRequest").toObject().value("path").toString());
+                        : request.contains("cancel")
+                            ? "cancel"
+                            : request.value("getDataRequest").toObject().value("path").toString());
         }
         QCOMPARE(seen, (QStringList{"p:1", "p:2", "p:3", "p:4", "cancel"}));
         QCOMPARE(idOf(server.peer()->packets.at(3)), idOf(server.peer()->packets.at(4)));
@@ -423,7 +432,8 @@ private slots:
         LogCapture log("CMRPCClient");
         const QString service = serviceName("nobody");
         CMRPCClient client(nullptr, "early", service);
-        const QString line = "DEBUG early -> " + service + ": [re]connecting to " + CMRPCSocket::socketPathFromPrefix(service);
+        const QString line =
+            "DEBUG early -> " + service + ": [re]connecting to " + CMRPCSocket::socketPathFromPrefix(service);
         QTRY_VERIFY(log.lines().count(line) >= 3);
         for (const QString& other : log.lines())
             QCOMPARE(other, line);
@@ -482,15 +492,16 @@ private slots:
 
     void changesArePassedOnAsTheyAre()
     {
-        peer()->send(QJsonObject{{"change", QJsonObject{{"valueChanged", QJsonObject{{"path", "p:a?k=v"}, {"value", QJsonObject{{"x", 1}}}}}}}});
+        peer()->send(QJsonObject{
+            {"change",
+             QJsonObject{{"valueChanged", QJsonObject{{"path", "p:a?k=v"}, {"value", QJsonObject{{"x", 1}}}}}}}});
         peer()->send(QJsonObject{{"change", QJsonObject{{"dataChanged", QJsonObject{{"path", "p:b"}}}}}});
         peer()->send(QJsonObject{{"change", QJsonObject{{"rowsChanged", QJsonObject{{"path", "p:c"},
-                                                                                   {"changes", QJsonArray{"+1", ""}},
-                                                                                   {"version", 3},
-                                                                                   {"oldVersion", 1}}}}}});
+                                                                                    {"changes", QJsonArray{"+1", ""}},
+                                                                                    {"version", 3},
+                                                                                    {"oldVersion", 1}}}}}});
         m_ear->said.clear();
-        QTRY_COMPARE(m_ear->said,
-                     (QStringList{"value p:a?k=v [{\"x\":1}]", "data p:b", "rows p:c [+1,] 3 1"}));
+        QTRY_COMPARE(m_ear->said, (QStringList{"value p:a?k=v [{\"x\":1}]", "data p:b", "rows p:c [+1,] 3 1"}));
         QCOMPARE(m_ear->changesCount, 2);
     }
 
@@ -514,7 +525,8 @@ private slots:
         // The new service knows nothing of it and is not told.
         m_client->getDataRequest(getData("p:b"));
         QTRY_COMPARE(peer()->packets.size(), 1);
-        QCOMPARE(peer()->of("request").first().value("getDataRequest").toObject().value("path").toString(), QString("p:b"));
+        QCOMPARE(peer()->of("request").first().value("getDataRequest").toObject().value("path").toString(),
+                 QString("p:b"));
     }
 
     void subscriptionsAreMadeAnewOnce()
@@ -547,7 +559,8 @@ private slots:
         QVERIFY(breakLink());
         QCOMPARE(m_ear->said.size(), 5);
         QCOMPARE(m_ear->said.at(0), QString("data p:d"));
-        QCOMPARE(QSet<QString>({m_ear->said.at(1), m_ear->said.at(2)}), (QSet<QString>{"rows p:r1 [] -1 -1", "rows p:r2 [] -1 -1"}));
+        QCOMPARE(QSet<QString>({m_ear->said.at(1), m_ear->said.at(2)}),
+                 (QSet<QString>{"rows p:r1 [] -1 -1", "rows p:r2 [] -1 -1"}));
         QCOMPARE(m_ear->changesCount, 1);
         QCOMPARE(m_ear->said.at(3), QString("broken"));
         QCOMPARE(m_ear->said.at(4), QString("connected"));
@@ -564,7 +577,8 @@ private slots:
         QCOMPARE(subscriptions(), QStringList("+0 p:v"));
         QVERIFY(peer()->packets.at(0).contains("subscribe"));
         const QJsonObject request = peer()->of("request").first();
-        QCOMPARE(request.value("getDataRequest").toObject(), (QJsonObject{{"path", "p:v"}, {"roles", QJsonArray{"value"}}}));
+        QCOMPARE(request.value("getDataRequest").toObject(),
+                 (QJsonObject{{"path", "p:v"}, {"roles", QJsonArray{"value"}}}));
         QVERIFY(m_ear->said.filter("value").isEmpty());
         peer()->send(wireReply(request.value("id").toString(), QJsonArray{QJsonObject{{"i32_", 4}}}));
         QTRY_COMPARE(m_ear->said.filter("value"), QStringList("value p:v [{\"i32_\":4}]"));
@@ -578,8 +592,9 @@ private slots:
         QVERIFY(breakLink());
         QTRY_COMPARE(peer()->packets.size(), 2);
         peer()->send(wireReply(peer()->of("request").first().value("id").toString(), QJsonArray{1, 2}));
-        QTRY_COMPARE(log.lines(), QStringList("ERROR me -> " + m_service
-                                              + ": Invalid response to GetDataRequest for path: p:v; expected 1 result, got 2"));
+        QTRY_COMPARE(log.lines(),
+                     QStringList("ERROR me -> " + m_service
+                                 + ": Invalid response to GetDataRequest for path: p:v; expected 1 result, got 2"));
         QVERIFY(m_ear->said.filter("value").isEmpty());
     }
 
@@ -711,7 +726,8 @@ private slots:
         QVERIFY(breakLink());
         const QString me = "me -> " + m_service;
         QCOMPARE(whenTold, (QStringList{"INFO " + me + ": Disconnected", "INFO " + me + ": Cancelling all requests"}));
-        QCOMPARE(log.lines().at(2), "DEBUG " + me + ": [re]connecting to " + CMRPCSocket::socketPathFromPrefix(m_service));
+        QCOMPARE(log.lines().at(2),
+                 "DEBUG " + me + ": [re]connecting to " + CMRPCSocket::socketPathFromPrefix(m_service));
         QCOMPARE(log.lines().last(), "INFO " + me + ": Connected");
     }
 
@@ -778,12 +794,13 @@ private slots:
             m_server->breakLinks();
         } else {
             peer()->send(
-                framed(QJsonObject{{"change", QJsonObject{{"valueChanged", QJsonObject{{"path", "p:v"}, {"value", 1}}}}}})
+                framed(
+                    QJsonObject{{"change", QJsonObject{{"valueChanged", QJsonObject{{"path", "p:v"}, {"value", 1}}}}}})
                 + framed(QJsonObject{{"change", QJsonObject{{"dataChanged", QJsonObject{{"path", "p:v"}}}}}})
                 + framed(QJsonObject{{"change", QJsonObject{{"rowsChanged", QJsonObject{{"path", "p:v"},
-                                                                                       {"changes", QJsonArray{"+1"}},
-                                                                                       {"version", 1},
-                                                                                       {"oldVersion", 0}}}}}}));
+                                                                                        {"changes", QJsonArray{"+1"}},
+                                                                                        {"version", 1},
+                                                                                        {"oldVersion", 0}}}}}}));
         }
         QTRY_VERIFY(!m_client);
         QCOMPARE(m_ear->said.last(), signal);

@@ -33,8 +33,8 @@ private:
     static CMRPCReplyWatcher* watch(const CMVoidReply& reply, Receiver* receiver,
                                     Qt::ConnectionType type = Qt::AutoConnection)
     {
-        auto* watcher = new CMRPCReplyWatcher(OrvoRequest().setId("a:1"), reply, receiver,
-                                              SLOT(hear(QString,CMVoidReply)), type);
+        auto* watcher =
+            new CMRPCReplyWatcher(OrvoRequest().setId("a:1"), reply, receiver, SLOT(hear(QString,CMVoidReply)), type);
         reply.addWatcher(watcher);
         return watcher;
     }

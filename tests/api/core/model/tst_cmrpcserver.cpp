@@ -133,9 +133,10 @@ private slots:
         QCOMPARE(request.path(), path("p:a/b?k=v"));
         QCOMPARE(request.roles(), (QStringList{"value", "title"}));
         request.reply().setValue({QVariantHash{{"type", "i32_"}, {"i32_", 5}}, QVariant()});
-        QTRY_COMPARE(m_peer->replyTo("c:1"),
-                     (QJsonObject{{"id", "c:1"},
-                                  {"value", QJsonArray{QJsonObject{{"type", "i32_"}, {"i32_", 5}}, QJsonValue::Null}}}));
+        QTRY_COMPARE(
+            m_peer->replyTo("c:1"),
+            (QJsonObject{{"id", "c:1"},
+                         {"value", QJsonArray{QJsonObject{{"type", "i32_"}, {"i32_", 5}}, QJsonValue::Null}}}));
     }
 
     void setDataIsRebuilt()
@@ -172,13 +173,9 @@ private slots:
 
     void matchRowIsRebuilt()
     {
-        m_peer->send(wireRequest("c:1", "matchRowsRequest",
-                                 {{"path", "p:a"},
-                                  {"fromRow", 3},
-                                  {"role", "id"},
-                                  {"value", "x"},
-                                  {"matchFlags", 2},
-                                  {"rowsVersion", 7}}));
+        m_peer->send(wireRequest(
+            "c:1", "matchRowsRequest",
+            {{"path", "p:a"}, {"fromRow", 3}, {"role", "id"}, {"value", "x"}, {"matchFlags", 2}, {"rowsVersion", 7}}));
         QTRY_COMPARE(m_worker->requests.size(), 1);
         const auto request = m_worker->last<CMMatchRowRequest>();
         QVERIFY(!request.isNull());
@@ -260,8 +257,7 @@ private slots:
     {
         LogCapture log("CMRPCConnection", log4cplus::DEBUG_LOG_LEVEL);
         m_peer->send(QJsonObject{{"request", QJsonObject{{"id", "1"}}}});
-        QTRY_COMPARE(log.lines(),
-                     QStringList("ERROR " + m_service + ": Discarding unknown request: {\"id\":\"1\"}"));
+        QTRY_COMPARE(log.lines(), QStringList("ERROR " + m_service + ": Discarding unknown request: {\"id\":\"1\"}"));
         QVERIFY(m_peer->packets.isEmpty());
     }
 
@@ -320,8 +316,8 @@ private slots:
         m_worker->subscribe()->valueChanged(path("p:a?x=1"), QVariantHash{{"type", "i32_"}, {"i32_", 3}});
         QTRY_COMPARE(m_peer->of("change"),
                      QList<QJsonObject>{(QJsonObject{
-                         {"valueChanged", QJsonObject{{"path", "p:a?x=1"},
-                                                      {"value", QJsonObject{{"type", "i32_"}, {"i32_", 3}}}}}})});
+                         {"valueChanged",
+                          QJsonObject{{"path", "p:a?x=1"}, {"value", QJsonObject{{"type", "i32_"}, {"i32_", 3}}}}}})});
         m_peer->send(wireSubscribe("p:a?x=1", 0, false));
         QTRY_VERIFY(!m_worker->subscribe()->valuePath(path("p:a?x=1")));
     }
@@ -441,7 +437,9 @@ private slots:
 
     void requestsInSingleBytesAreServed()
     {
-        m_worker->onRequest = [](const CMRequest& request) { request.reply().toVariantReply().setValue(QVariantList{1}); };
+        m_worker->onRequest = [](const CMRequest& request) {
+            request.reply().toVariantReply().setValue(QVariantList{1});
+        };
         const QByteArray bytes = framed(wireGetData("1", "p:a"));
         for (int i = 0; i < bytes.size(); ++i) {
             m_peer->send(bytes.mid(i, 1));

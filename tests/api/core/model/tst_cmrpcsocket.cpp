@@ -19,8 +19,7 @@ class Probe : public CMRPCSocket
 public:
     explicit Probe(QLocalSocket* socket, const QString& name = "near", const QString& remoteName = QString())
         : CMRPCSocket(nullptr, name, remoteName, socket)
-    {
-    }
+    {}
 
     using CMRPCSocket::forgetReceived;
     using CMRPCSocket::logName;
@@ -88,7 +87,10 @@ struct Wire
             ::close(far);
         deleteWaiting();
     }
-    void write(const QByteArray& bytes) const { QCOMPARE(::write(far, bytes.constData(), bytes.size()), ssize_t(bytes.size())); }
+    void write(const QByteArray& bytes) const
+    {
+        QCOMPARE(::write(far, bytes.constData(), bytes.size()), ssize_t(bytes.size()));
+    }
     QByteArray read() const
     {
         QByteArray bytes(65536, Qt::Uninitialized);
@@ -210,12 +212,8 @@ private slots:
                                   << QJsonObject{{"path", "p:a?k=v"}, {"roles", QJsonArray{"a", "b"}}};
         QTest::newRow("set data") << json(OrvoSetDataRequest().setPath(path).setRole("r").setValue(5))
                                   << QJsonObject{{"path", "p:a?k=v"}, {"role", "r"}, {"value", 5}};
-        QTest::newRow("get rows") << json(OrvoGetRowsRequest()
-                                              .setPath(path)
-                                              .setFromRow(1)
-                                              .setToRow(2)
-                                              .setRowsVersion(3)
-                                              .setRoles(QStringList{"a"}))
+        QTest::newRow("get rows") << json(
+            OrvoGetRowsRequest().setPath(path).setFromRow(1).setToRow(2).setRowsVersion(3).setRoles(QStringList{"a"}))
                                   << QJsonObject{{"path", "p:a?k=v"},
                                                  {"fromRow", 1},
                                                  {"toRow", 2},
@@ -232,26 +230,23 @@ private slots:
                                                    {"value", "v"},      {"matchFlags", 4}, {"rowsVersion", -1}};
         QTest::newRow("reply without a payload") << json(OrvoReply().setId("i").setValue(QVariant()))
                                                  << QJsonObject{{"id", "i"}, {"value", QJsonValue::Null}};
-        QTest::newRow("subscribe") << json(OrvoSubscribe()
-                                               .setPath(path)
-                                               .setType(OrvoSubscribeType::Rows)
-                                               .setSubscribe(false))
+        QTest::newRow("subscribe") << json(
+            OrvoSubscribe().setPath(path).setType(OrvoSubscribeType::Rows).setSubscribe(false))
                                    << QJsonObject{{"path", "p:a?k=v"}, {"type", 2}, {"subscribe", false}};
-        QTest::newRow("changes")
-            << json(OrvoChangeNotification()
-                        .setValueChanged(OrvoValueChangeNotification().setPath(path).setValue(1))
-                        .setDataChanged(OrvoDataChangeNotification().setPath(path))
-                        .setRowsChanged(OrvoRowsChangeNotification()
-                                            .setPath(path)
-                                            .setChanges(QStringList{"", "+1"})
-                                            .setVersion(2)
-                                            .setOldVersion(1)))
-            << QJsonObject{{"valueChanged", QJsonObject{{"path", "p:a?k=v"}, {"value", 1}}},
-                           {"dataChanged", QJsonObject{{"path", "p:a?k=v"}}},
-                           {"rowsChanged", QJsonObject{{"path", "p:a?k=v"},
-                                                       {"changes", QJsonArray{"", "+1"}},
-                                                       {"version", 2},
-                                                       {"oldVersion", 1}}}};
+        QTest::newRow("changes") << json(OrvoChangeNotification()
+                                             .setValueChanged(OrvoValueChangeNotification().setPath(path).setValue(1))
+                                             .setDataChanged(OrvoDataChangeNotification().setPath(path))
+                                             .setRowsChanged(OrvoRowsChangeNotification()
+                                                                 .setPath(path)
+                                                                 .setChanges(QStringList{"", "+1"})
+                                                                 .setVersion(2)
+                                                                 .setOldVersion(1)))
+                                 << QJsonObject{{"valueChanged", QJsonObject{{"path", "p:a?k=v"}, {"value", 1}}},
+                                                {"dataChanged", QJsonObject{{"path", "p:a?k=v"}}},
+                                                {"rowsChanged", QJsonObject{{"path", "p:a?k=v"},
+                                                                            {"changes", QJsonArray{"", "+1"}},
+                                                                            {"version", 2},
+                                                                            {"oldVersion", 1}}}};
     }
 
     void recordsHaveTheirFields()
@@ -274,10 +269,9 @@ private slots:
         const QVariantHash action{{"xclass", "c"}};
         error.insert(CMError::ActionReply(), action);
         const OrvoError wire = orvoErrorFromCMError(error);
-        QCOMPARE(json(wire), (QJsonObject{{"name", "n"},
-                                          {"message", "m"},
-                                          {"title", "t"},
-                                          {"actionReply", QJsonObject{{"xclass", "c"}}}}));
+        QCOMPARE(json(wire),
+                 (QJsonObject{
+                     {"name", "n"}, {"message", "m"}, {"title", "t"}, {"actionReply", QJsonObject{{"xclass", "c"}}}}));
         const CMError back = cmErrorFromOrvoError(wire);
         QCOMPARE(back.name(), QString("n"));
         QCOMPARE(back.message(), QString("m"));
@@ -365,8 +359,7 @@ private slots:
         LogCapture log("CMRPCSocket", log4cplus::ERROR_LOG_LEVEL);
         Wire wire;
         wire.write(QByteArray::fromHex("deadbeef01000000") + framed(reply("1")));
-        QTRY_COMPARE(log.lines(),
-                     QStringList("ERROR near: Invalid magic field in the received packet: deadbeef"));
+        QTRY_COMPARE(log.lines(), QStringList("ERROR near: Invalid magic field in the received packet: deadbeef"));
         wire.write(framed(reply("2")));
         QTRY_COMPARE(wire.near->taken, QStringList("reply 2"));
     }
@@ -379,8 +372,7 @@ private slots:
         wire.settle();
         QCOMPARE(log.lines(), QStringList());
         wire.write("8");
-        QTRY_COMPARE(log.lines(),
-                     QStringList("ERROR near: Invalid magic field in the received packet: 31323334"));
+        QTRY_COMPARE(log.lines(), QStringList("ERROR near: Invalid magic field in the received packet: 31323334"));
     }
 
     void badJsonDropsOnePacketAndDelaysTheNext()
@@ -532,15 +524,9 @@ private slots:
     void errorsHaveTexts()
     {
         const QHash<int, QString> texts{
-            {0, "Connection refused"},
-            {1, "Connection closed by peer"},
-            {2, "Server not found"},
-            {3, "Lacking socket privileges"},
-            {4, "Too many sockets"},
-            {5, "Socket timeout"},
-            {6, "Datagram too large"},
-            {7, "Connection error"},
-            {10, "Unsupported socket operation"},
+            {0, "Connection refused"},        {1, "Connection closed by peer"}, {2, "Server not found"},
+            {3, "Lacking socket privileges"}, {4, "Too many sockets"},          {5, "Socket timeout"},
+            {6, "Datagram too large"},        {7, "Connection error"},          {10, "Unsupported socket operation"},
         };
         for (int error = 0; error <= 12; ++error)
             QCOMPARE(CMRPCSocket::errorToString(QLocalSocket::LocalSocketError(error)),

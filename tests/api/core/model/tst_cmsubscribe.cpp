@@ -134,8 +134,7 @@ private slots:
         QCOMPARE(log.lines.size(), 1);
         hub.disconnectChange(changeType, path("ui:a?x=1"), &b, method);
         QCOMPARE(log.lines, (QStringList{"+" + name + " ui:a?x=1", "-" + name + " ui:a?x=1"}));
-        QVERIFY(!hub.valuePath(path("ui:a?x=1")) && !hub.dataPath(path("ui:a?x=1"))
-                && !hub.rowsPath(path("ui:a?x=1")));
+        QVERIFY(!hub.valuePath(path("ui:a?x=1")) && !hub.dataPath(path("ui:a?x=1")) && !hub.rowsPath(path("ui:a?x=1")));
     }
 
     void anUnknownKindOfChangeIsIgnored()
@@ -186,9 +185,8 @@ private slots:
         hub.dataChanged(path("ui:a"));
         hub.rowsChanged(path("ui:a"), "+1");
         hub.deliver();
-        QCOMPARE(receiver.heard,
-                 (QStringList{"value ui:a 1", "value ui:a", "nothing", "data ui:a", "nothing", "rows ui:a [+1] 1<-0",
-                              "rows ui:a [+1]", "data ui:a", "nothing"}));
+        QCOMPARE(receiver.heard, (QStringList{"value ui:a 1", "value ui:a", "nothing", "data ui:a", "nothing",
+                                              "rows ui:a [+1] 1<-0", "rows ui:a [+1]", "data ui:a", "nothing"}));
     }
 
     void aReceiverConnectedTwiceHearsTwiceAndNeedsTwoDisconnects()
@@ -484,7 +482,8 @@ private slots:
         hub.connectRowsChange(path("ui:a"), &receiver, ROWS);
         hub.rowsChanged(path("ui:a"), "1", 5);
         int version = -1;
-        QVERIFY(QMetaObject::invokeMethod(&hub, "rowsVersion", Q_RETURN_ARG(int, version), Q_ARG(CMPath, path("ui:a"))));
+        QVERIFY(
+            QMetaObject::invokeMethod(&hub, "rowsVersion", Q_RETURN_ARG(int, version), Q_ARG(CMPath, path("ui:a"))));
         QCOMPARE(version, 5);
     }
 
@@ -493,11 +492,12 @@ private slots:
         QTest::addColumn<QByteArray>("slot");
         for (const char* slot :
              {"valueChanged(CMPath,QVariant)", "dataChanged(CMPath)", "rowsChanged(CMPath,QString,int,int)",
-              "rowsChanged(CMPath,QString,int)", "rowsChanged(CMPath,QString)", "rowsChanged(CMPath,QStringList,int,int)",
-              "rowsChanged(CMPath,QStringList,int)", "rowsChanged(CMPath,QStringList)", "changed(CMPath)",
-              "changed(CMPath,QString)", "changed(CMPath,QString,int)", "changed(CMPath,QString,int,int)",
-              "changedStartingWith(CMPath)", "changedStartingWith(CMPath,QString)",
-              "changedStartingWith(CMPath,QString,int)", "changedStartingWith(CMPath,QString,int,int)"})
+              "rowsChanged(CMPath,QString,int)", "rowsChanged(CMPath,QString)",
+              "rowsChanged(CMPath,QStringList,int,int)", "rowsChanged(CMPath,QStringList,int)",
+              "rowsChanged(CMPath,QStringList)", "changed(CMPath)", "changed(CMPath,QString)",
+              "changed(CMPath,QString,int)", "changed(CMPath,QString,int,int)", "changedStartingWith(CMPath)",
+              "changedStartingWith(CMPath,QString)", "changedStartingWith(CMPath,QString,int)",
+              "changedStartingWith(CMPath,QString,int,int)"})
             QTest::newRow(slot) << QByteArray(slot);
     }
 
@@ -717,8 +717,7 @@ private slots:
     {
         const ChildEnd end = runThisProgram({"--timer"});
         QVERIFY(end.stopped);
-        QVERIFY2(end.errors.contains("ASSERT: \"this->thread() == QThread::currentThread()\""),
-                 end.errors.constData());
+        QVERIFY2(end.errors.contains("ASSERT: \"this->thread() == QThread::currentThread()\""), end.errors.constData());
     }
 
     // Receivers that die
@@ -844,8 +843,7 @@ private slots:
         PathLog log(&hub);
         Receiver comes;
         auto dies = std::make_unique<Receiver>();
-        connect(dies.get(), &QObject::destroyed, this,
-                [&] { hub.connectDataChange(path("ui:a"), &comes, DATA); });
+        connect(dies.get(), &QObject::destroyed, this, [&] { hub.connectDataChange(path("ui:a"), &comes, DATA); });
         hub.connectDataChange(path("ui:a"), dies.get(), DATA);
         dies.reset();
         QCOMPARE(log.lines, QStringList("+data ui:a"));

@@ -38,7 +38,8 @@ public:
     /// Returns when the hub's thread has run what was posted before.
     void pass()
     {
-        QMetaObject::invokeMethod(m_hub, [this] { m_hub->deliver(); }, Qt::BlockingQueuedConnection);
+        QMetaObject::invokeMethod(
+            m_hub, [this] { m_hub->deliver(); }, Qt::BlockingQueuedConnection);
     }
 
 private:
@@ -176,8 +177,10 @@ private slots:
         HubThread hub(true);
         std::atomic<int> added{0};
         std::atomic<int> removed{0};
-        connect(hub.hub(), &CMSubscribe::valuePathAdded, hub.hub(), [&] { ++added; }, Qt::DirectConnection);
-        connect(hub.hub(), &CMSubscribe::valuePathRemoved, hub.hub(), [&] { ++removed; }, Qt::DirectConnection);
+        connect(
+            hub.hub(), &CMSubscribe::valuePathAdded, hub.hub(), [&] { ++added; }, Qt::DirectConnection);
+        connect(
+            hub.hub(), &CMSubscribe::valuePathRemoved, hub.hub(), [&] { ++removed; }, Qt::DirectConnection);
         std::atomic<bool> stop{false};
         std::thread reporter([&] {
             for (int i = 0; !stop; ++i) {

@@ -63,7 +63,10 @@ private:
         return request_cast<CMGetDataRequest>(m_worker->requests.at(index)).reply();
     }
     CMReply<QVariantList> lastReply() const { return reply(m_worker->requests.size() - 1); }
-    void push(const CMPath& path, const OrvoValue& value) { m_worker->subscribe()->valueChanged(path, value.__variant()); }
+    void push(const CMPath& path, const OrvoValue& value)
+    {
+        m_worker->subscribe()->valueChanged(path, value.__variant());
+    }
     static CMPath path(const QString& text) { return CMPath::fromEncoded(text); }
 
 private slots:
@@ -276,7 +279,8 @@ private slots:
         QVERIFY(item.waitForLoaded(10000));
         answer.join();
         QCOMPARE(item.value().i32_(), 5);
-        QCOMPARE(log.lines(), QStringList("DEBUG Waiting for the initial request to path p:wait to finish, timeout: 10000"));
+        QCOMPARE(log.lines(),
+                 QStringList("DEBUG Waiting for the initial request to path p:wait to finish, timeout: 10000"));
         QTRY_COMPARE(log.lines().size(), 2);
         QCOMPARE(log.lines().last(), QString("TRACE [p:wait] getData request already processed"));
         QVERIFY(item.waitForLoaded(0));
@@ -287,7 +291,8 @@ private slots:
         LogCapture log("CMValueItem", log4cplus::ERROR_LOG_LEVEL);
         CMValueItem item(nullptr, path("p:wait"));
         QVERIFY(!item.waitForLoaded(1));
-        QCOMPARE(log.lines(), QStringList("ERROR Waiting for the initial request to path p:wait to finish exceeded timeout"));
+        QCOMPARE(log.lines(),
+                 QStringList("ERROR Waiting for the initial request to path p:wait to finish exceeded timeout"));
         QVERIFY(item.isLoading());
         reply(0).setValue({number(5).__variant()});
         QTRY_COMPARE(item.value().i32_(), 5);
@@ -335,7 +340,9 @@ private slots:
 
     void itMayDieWithAFetchInFlight()
     {
-        { CMValueItem item(nullptr, path("p:a")); }
+        {
+            CMValueItem item(nullptr, path("p:a"));
+        }
         reply(0).setValue({number(5).__variant()});
         deleteWaiting();
     }

@@ -36,8 +36,7 @@ class NotingWorker : public CMAbstractWorker
 public:
     explicit NotingWorker(const QHash<QString, QVariant>& arguments = QHash<QString, QVariant>())
         : CMAbstractWorker(arguments)
-    {
-    }
+    {}
 
     void getDataRequest(const CMGetDataRequest& request) override
     {
@@ -72,9 +71,8 @@ public:
     void disconnectChange(CMAbstractWorker::ChangeType changeType, const CMPath& path, QObject* receiver,
                           const char* method) override
     {
-        calls.append(QString("disconnect %1 %2 %3 %4")
-                         .arg(changeType)
-                         .arg(path.toEncoded(), receiver->objectName(), method));
+        calls.append(
+            QString("disconnect %1 %2 %3 %4").arg(changeType).arg(path.toEncoded(), receiver->objectName(), method));
     }
 
     QStringList calls;
@@ -200,8 +198,7 @@ private slots:
         const CMRequest request(new OtherData);
         worker.request(request);
         QCOMPARE(worker.calls, QStringList());
-        QCOMPARE(request.reply().error(),
-                 CMError("CMAbstractWorker::internal", "Unknown request subclass", "Error"));
+        QCOMPARE(request.reply().error(), CMError("CMAbstractWorker::internal", "Unknown request subclass", "Error"));
     }
 
     void aCallMakesItsRequestAndReturnsItsReply()
@@ -599,12 +596,10 @@ private slots:
         worker.otherAnswer = [&](const CMGetRowsRequest& request) { kept = request; };
         const CMReply<int> reply = worker.matchRow(path("ui:rows"), 0, "title", "x", 0, -1);
         QVERIFY(!reply.isFinished());
-        kept.reply().setValue(
-            OrvoRowsRoles().setRows(QVariantList{QVariant(QVariantList{"y"})}).setRowsCount(2));
+        kept.reply().setValue(OrvoRowsRoles().setRows(QVariantList{QVariant(QVariantList{"y"})}).setRowsCount(2));
         QVERIFY(!reply.isFinished());
         QCOMPARE(kept.fromRow(), 1);
-        kept.reply().setValue(
-            OrvoRowsRoles().setRows(QVariantList{QVariant(QVariantList{"x"})}).setRowsCount(2));
+        kept.reply().setValue(OrvoRowsRoles().setRows(QVariantList{QVariant(QVariantList{"x"})}).setRowsCount(2));
         QCOMPARE(reply.value(), 1);
     }
 

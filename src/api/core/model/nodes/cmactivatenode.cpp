@@ -10,9 +10,7 @@ constexpr TrCharData disabledText{"CMActivateNode", "Activating disabled item fa
 
 } // namespace
 
-CMActivateNode::CMActivateNode(const CMPath& path) : CMUINode(path)
-{
-}
+CMActivateNode::CMActivateNode(const CMPath& path) : CMUINode(path) {}
 
 CMActivateNode* CMActivateNode::create(CMNodes* nodes, const CMPath& path, QObject* receiver, const char* slot,
                                        Qt::ConnectionType type)
@@ -31,8 +29,7 @@ bool CMActivateNode::setDataRequest(const CMSetDataRequest& request)
 
     const Params params = request.path().params();
     if (getRoleData(OrvoRoles::Disabled(), params).toBool()) {
-        request.reply().setError(CMError(QStringLiteral("Error"),
-                                         TrString(disabledText, QList<TrArg>()).toString(),
+        request.reply().setError(CMError(QStringLiteral("Error"), TrString(disabledText, QList<TrArg>()).toString(),
                                          CMError::DefaultTitle()));
         return true;
     }

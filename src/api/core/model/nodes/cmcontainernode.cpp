@@ -30,8 +30,7 @@ class RowReader
 public:
     RowReader(const QStringList& roles, const CMPath::Params& params, bool copyPathParams)
         : m_roles(roles), m_params(params), m_copyPathParams(copyPathParams)
-    {
-    }
+    {}
 
     QVariantList read(const QVariant& row) const
     {
@@ -86,9 +85,7 @@ private:
 
 } // namespace
 
-CMContainerNode::CMContainerNode(const CMPath& path) : CMUINode(path)
-{
-}
+CMContainerNode::CMContainerNode(const CMPath& path) : CMUINode(path) {}
 
 CMContainerNode* CMContainerNode::create(CMNodes* nodes, const CMPath& path)
 {
@@ -237,8 +234,8 @@ void CMContainerNode::respondGetRowsRequest(const CMGetRowsRequest& request, con
         return refuse(CMAbstractWorker::createErrorInvalidArgument(
             QStringLiteral("fromRow > toRow"), QStringLiteral("%1 > %2").arg(fromRow).arg(request.toRow())));
     if (request.rowsVersion() >= 0 && request.rowsVersion() != rowsVersion)
-        return reply.setError(CMAbstractWorker::createErrorInvalidRowsVersion(request.path(), request.rowsVersion(),
-                                                                              rowsVersion));
+        return reply.setError(
+            CMAbstractWorker::createErrorInvalidRowsVersion(request.path(), request.rowsVersion(), rowsVersion));
 
     const int toRow = std::min(request.toRow(), total - 1);
     const RowReader reader(request.roles(), request.path().params(), copyPathParams);
@@ -259,8 +256,8 @@ void CMContainerNode::respondGetRowsRequest(const CMGetRowsRequest& request, con
         }
         rows.append(QVariant(reader.read(loaded.at(nextLoaded++))));
         if (time.elapsed() > answerBudgetMs) {
-            LOG4CPLUS_TRACE(logger(), request.path() << " CMContainerNode::respondGetRowsRequest Timeout "
-                                                     << time.elapsed());
+            LOG4CPLUS_TRACE(logger(), request.path()
+                                          << " CMContainerNode::respondGetRowsRequest Timeout " << time.elapsed());
             break;
         }
     }

@@ -2,9 +2,7 @@
 
 #include "core/model/cmrequest.h"
 
-CMQueryNode::CMQueryNode(const CMPath& path) : CMValueNode(path), m_queryPath(path), m_query(Query())
-{
-}
+CMQueryNode::CMQueryNode(const CMPath& path) : CMValueNode(path), m_queryPath(path), m_query(Query()) {}
 
 CMQueryNode* CMQueryNode::create(CMNodes* nodes, const CMPath& path)
 {

@@ -18,8 +18,7 @@ const char* const dataSlot = SLOT(watchedDataChanged(CMPath));
 
 CMRadioButtonNode::CMRadioButtonNode(const CMPath& path, const CMPath& linkPath)
     : CMActivateNode(path), m_linkPath(linkPath)
-{
-}
+{}
 
 CMRadioButtonNode* CMRadioButtonNode::create(CMNodes* nodes, const CMPath& path, const CMPath& linkPath)
 {
@@ -95,8 +94,7 @@ void CMRadioButtonNode::setValue(const QVariant& value)
     // The answer may come when this node, and even the hub, is gone.
     const QPointer<CMSubscribe> hub(subscribe());
     for (const CMPath& path : paths) {
-        const CMReply<QVariantList> reply =
-            CMRoot()->getData(translatePath(m_linkPath, path), {OrvoRoles::Value()});
+        const CMReply<QVariantList> reply = CMRoot()->getData(translatePath(m_linkPath, path), {OrvoRoles::Value()});
         reply.onFinished(
             [hub, path, value](const CMReply<QVariantList>& answer) {
                 if (!hub)

@@ -26,9 +26,7 @@ QVariant trueOrAbsent(bool flag)
 
 } // namespace
 
-CMUINode::CMUINode(const CMPath& path) : CMNode(path)
-{
-}
+CMUINode::CMUINode(const CMPath& path) : CMNode(path) {}
 
 CMUINode* CMUINode::create(CMNodes* nodes, const CMPath& path)
 {

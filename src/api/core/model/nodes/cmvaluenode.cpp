@@ -26,7 +26,7 @@ CMValueNode::CMValueNode(const CMPath& path, QMutex* mutex)
     : CMUINode(path), m_valueMutex(mutex ? mutex : CMNode::mutex())
 {
     orvoConnect(this, SIGNAL(privateValidate(CMSetDataRequest,OrvoValue)), this,
-                SLOT(validate(CMSetDataRequest,OrvoValue)), Qt::DirectConnection);
+                             SLOT(validate(CMSetDataRequest,OrvoValue)), Qt::DirectConnection);
 }
 
 CMValueNode* CMValueNode::create(CMNodes* nodes, const CMPath& path, QMutex* mutex)
@@ -47,16 +47,15 @@ bool CMValueNode::setDataRequest(const CMSetDataRequest& request)
                                                                    << " value:" << logText(request.value()));
     const QMutexLocker lock(mutex());
     const bool isOperation = request.role() == OrvoRoles::ValueOperation();
-    if (!request.path().equals(path(), CMPath::WithoutParams)
-        || (!isOperation && request.role() != OrvoRoles::Value()))
+    if (!request.path().equals(path(), CMPath::WithoutParams) || (!isOperation && request.role() != OrvoRoles::Value()))
         return CMNode::setDataRequest(request);
     if (m_readOnly) {
         request.reply().setValue(false);
         return true;
     }
     const OrvoHash written(request.value().toHash());
-    const OrvoValue wanted = isOperation ? CMOperation::apply(m_value, m_edit, OrvoOperation(written))
-                                         : OrvoValue(written);
+    const OrvoValue wanted =
+        isOperation ? CMOperation::apply(m_value, m_edit, OrvoOperation(written)) : OrvoValue(written);
     emit privateValidate(request, CMEdit::validate(m_value, wanted, m_edit, request.path()));
     return true;
 }

@@ -106,9 +106,8 @@ private slots:
     {
         NodesFixture f;
         Service service;
-        CMActivateNode* node =
-            CMActivateNode::create(f.nodes(), P("x:a"), &service, SLOT(invoked(CMSetDataRequest)),
-                                   Qt::DirectConnection);
+        CMActivateNode* node = CMActivateNode::create(f.nodes(), P("x:a"), &service,
+                                                      SLOT(invoked(CMSetDataRequest)), Qt::DirectConnection);
         node->setReplyValueInternal("never");
         const auto reply = f.worker->invoke(P("x:a?k=v"), QVariant(5));
         QVERIFY(!reply.isFinished());
@@ -194,9 +193,8 @@ private slots:
     {
         NodesFixture f;
         Service service;
-        CMActivateNode* node =
-            CMActivateNode::create(f.nodes(), P("x:a"), &service, SLOT(invoked(CMSetDataRequest)),
-                                   Qt::DirectConnection);
+        CMActivateNode* node = CMActivateNode::create(f.nodes(), P("x:a"), &service,
+                                                      SLOT(invoked(CMSetDataRequest)), Qt::DirectConnection);
         bool destroyed = false;
         bool during = true;
         connect(node, &QObject::destroyed, this, [&] { destroyed = true; });

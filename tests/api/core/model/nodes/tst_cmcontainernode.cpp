@@ -374,9 +374,7 @@ private slots:
         Container* node = Container::create(f.nodes(), P("x:a"));
         node->content = {
             stretch({OrvoRoles().setPath(P("y:t?b=2")).__variant(), QString("x:t?b=2"), titled("pathless")})};
-        const auto paths = [&] {
-            return column(f.worker->getRows(P("x:a?a=1?b=3"), 0, 2, -1, {OrvoRoles::Path()}));
-        };
+        const auto paths = [&] { return column(f.worker->getRows(P("x:a?a=1?b=3"), 0, 2, -1, {OrvoRoles::Path()})); };
         QCOMPARE(paths(), QVariantList({"y:t?b=2", "x:t?b=2", ""}));
         node->copyPathParams = true;
         QCOMPARE(paths().mid(0, 2), QVariantList({"y:t?a=1?b=3", "x:t?a=1?b=3"}));

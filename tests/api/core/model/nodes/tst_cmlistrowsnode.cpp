@@ -144,18 +144,29 @@ const QMap<QString, std::function<void()>>& fatalCalls()
         {"setBehindTheEnd", [] { List({"a"}).list->rowsSet(1, item("b")); }},
         {"setAtANegativePosition", [] { List({"a"}).list->rowsSet(-1, item("b")); }},
         // The second row would go to 3 + 2.
-        {"moveDownOutOfTheList", [] { List({"a", "b", "c", "d"}).list->rowsMove(0, 2, 3); }},
+        {"moveDownOutOfTheList",
+         [] {
+             List({"a", "b", "c", "d"}).list->rowsMove(0, 2, 3);
+         }},
         // The block ends at the size, one behind the last row: not cut.
-        {"moveUpOutOfTheList", [] { List({"a", "b", "c", "d"}).list->rowsMove(2, 3, 0); }},
-        {"moveCutAtTheSizeOutOfTheList", [] { List({"a", "b", "c", "d"}).list->rowsMove(2, 99, 0); }},
+        {"moveUpOutOfTheList",
+         [] {
+             List({"a", "b", "c", "d"}).list->rowsMove(2, 3, 0);
+         }},
+        {"moveCutAtTheSizeOutOfTheList",
+         [] {
+             List({"a", "b", "c", "d"}).list->rowsMove(2, 99, 0);
+         }},
         {"neitherOldNorNew", [] { List({"a"}).list->itemChangeIndex(OrvoRoles(), OrvoRoles(), 0); }},
     };
     return calls;
 }
 
 const QMap<QString, QByteArray> fatalTexts{
-    {"setBehindTheEnd", "pos < m_rows.size()"},        {"setAtANegativePosition", "pos >= 0"},
-    {"moveDownOutOfTheList", "index out of range"},    {"moveUpOutOfTheList", "index out of range"},
+    {"setBehindTheEnd", "pos < m_rows.size()"},
+    {"setAtANegativePosition", "pos >= 0"},
+    {"moveDownOutOfTheList", "index out of range"},
+    {"moveUpOutOfTheList", "index out of range"},
     {"moveCutAtTheSizeOutOfTheList", "index out of range"},
     {"neitherOldNorNew", "!newRoles.isEmpty()"},
 };
@@ -220,12 +231,18 @@ private slots:
         QTest::addColumn<QString>("rows");
         QTest::addColumn<QString>("change");
         const QStringList abc{"a", "b", "c"};
-        QTest::newRow("head") << abc << 0 << "n a b c" << "+0";
-        QTest::newRow("middle") << abc << 2 << "a b n c" << "+2";
-        QTest::newRow("end") << abc << 3 << "a b c n" << "+3";
-        QTest::newRow("beyond the end") << abc << 9 << "a b c n" << "+3";
-        QTest::newRow("beyond the end of none") << QStringList() << 5 << "n" << "+0";
-        QTest::newRow("a negative position is told as it stands") << abc << -2 << "n a b c" << "+-2";
+        QTest::newRow("head") << abc << 0 << "n a b c"
+                              << "+0";
+        QTest::newRow("middle") << abc << 2 << "a b n c"
+                                << "+2";
+        QTest::newRow("end") << abc << 3 << "a b c n"
+                             << "+3";
+        QTest::newRow("beyond the end") << abc << 9 << "a b c n"
+                                        << "+3";
+        QTest::newRow("beyond the end of none") << QStringList() << 5 << "n"
+                                                << "+0";
+        QTest::newRow("a negative position is told as it stands") << abc << -2 << "n a b c"
+                                                                  << "+-2";
     }
 
     void anInsertTellsThePlace()
@@ -299,9 +316,8 @@ private slots:
         QTest::addColumn<QString>("changes");
         QTest::addColumn<bool>("result");
         const auto row = [](const char* name, const QStringList& before, const OrvoRoles& set, const QString& rows,
-                            const QString& changes, bool result = true) {
-            QTest::newRow(name) << before << set << rows << changes << result;
-        };
+                            const QString& changes,
+                            bool result = true) { QTest::newRow(name) << before << set << rows << changes << result; };
         row("into none", {}, keyed("5x", "5"), "5x", "+0");
         row("ahead of all", {"3a", "7b"}, keyed("1x", "1"), "1x 3a 7b", "+0");
         row("between", {"3a", "7b"}, keyed("5x", "5"), "3a 5x 7b", "+1");
@@ -426,16 +442,24 @@ private slots:
         QTest::addColumn<int>("to");
         QTest::addColumn<QString>("rows");
         QTest::addColumn<QString>("changes");
-        QTest::newRow("down") << 1 << 1 << 3 << "a c d b e" << "=1..3";
-        QTest::newRow("to the end") << 0 << 1 << 4 << "b c d e a" << "=0..4";
-        QTest::newRow("up") << 3 << 1 << 0 << "d a b c e" << "=3..0";
-        QTest::newRow("a block up") << 3 << 2 << 0 << "d e a b c" << "=3..0 =4..1";
+        QTest::newRow("down") << 1 << 1 << 3 << "a c d b e"
+                              << "=1..3";
+        QTest::newRow("to the end") << 0 << 1 << 4 << "b c d e a"
+                                    << "=0..4";
+        QTest::newRow("up") << 3 << 1 << 0 << "d a b c e"
+                            << "=3..0";
+        QTest::newRow("a block up") << 3 << 2 << 0 << "d e a b c"
+                                    << "=3..0 =4..1";
         // The target grows by two: the rows do not arrive side by side.
         // The target grows by two: the rows do not arrive side by side.
-        QTest::newRow("a block down") << 0 << 2 << 2 << "c a d e b" << "=0..2 =0..4";
-        QTest::newRow("onto itself") << 2 << 1 << 2 << "a b c d e" << "";
-        QTest::newRow("into itself") << 1 << 3 << 3 << "a b c d e" << "";
-        QTest::newRow("into itself, beyond the end") << 1 << 9 << 3 << "a b c d e" << "";
+        QTest::newRow("a block down") << 0 << 2 << 2 << "c a d e b"
+                                      << "=0..2 =0..4";
+        QTest::newRow("onto itself") << 2 << 1 << 2 << "a b c d e"
+                                     << "";
+        QTest::newRow("into itself") << 1 << 3 << 3 << "a b c d e"
+                                     << "";
+        QTest::newRow("into itself, beyond the end") << 1 << 9 << 3 << "a b c d e"
+                                                     << "";
     }
 
     void movesTellTheirSteps()

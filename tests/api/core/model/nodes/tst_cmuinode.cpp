@@ -57,17 +57,17 @@ QList<Setter> setters()
          [](CMUINode* n) { return n->longDescription() == TrString("l"); }, OrvoRoles::LongDescription(), "l",
          QString()},
         {"contextPath", [](CMUINode* n) { n->setContextPath(P("x:none")); },
-         [](CMUINode* n) { n->setContextPath(CMPath()); },
-         [](CMUINode* n) { return n->contextPath() == P("x:none"); }, OrvoRoles::Context(),
-         OrvoRoles().setTitle("Node at path 'x:none' does not exist").__variant(), OrvoRoles().__variant()},
+         [](CMUINode* n) { n->setContextPath(CMPath()); }, [](CMUINode* n) { return n->contextPath() == P("x:none"); },
+         OrvoRoles::Context(), OrvoRoles().setTitle("Node at path 'x:none' does not exist").__variant(),
+         OrvoRoles().__variant()},
         flag("disabled", &CMUINode::setDisabled, &CMUINode::disabled, OrvoRoles::Disabled()),
         flag("risky", &CMUINode::setRisky, &CMUINode::risky, OrvoRoles::Risky()),
         flag("preferred", &CMUINode::setPreferred, &CMUINode::preferred, OrvoRoles::Preferred()),
         flag("renderAsButton", &CMUINode::setRenderAsButton, &CMUINode::renderAsButton, OrvoRoles::RenderAsButton()),
         {"mediaData", [media](CMUINode* n) { n->setMediaData(media); },
          [](CMUINode* n) { n->setMediaData(OrvoMediaData()); },
-         [media](CMUINode* n) { return n->mediaData() == media; },
-         OrvoRoles::MediaData(), media.__variant(), OrvoMediaData().__variant()},
+         [media](CMUINode* n) { return n->mediaData() == media; }, OrvoRoles::MediaData(), media.__variant(),
+         OrvoMediaData().__variant()},
     };
 }
 

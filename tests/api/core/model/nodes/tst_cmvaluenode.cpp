@@ -69,8 +69,8 @@ private slots:
         node->setReadOnly(true);
         node->setInternal(true);
         node->setEdit(OrvoEdit().setMax("10"));
-        QCOMPARE(f.data(P("x:v?k=v"), {OrvoRoles::Value(), OrvoRoles::Modifiable(), OrvoRoles::Internal(),
-                                       OrvoRoles::Edit()}),
+        QCOMPARE(f.data(P("x:v?k=v"),
+                        {OrvoRoles::Value(), OrvoRoles::Modifiable(), OrvoRoles::Internal(), OrvoRoles::Edit()}),
                  QVariantList({number(5).__variant(), false, true, OrvoEdit().setMax("10").__variant()}));
         QCOMPARE(node->value(), number(5));
         QVERIFY(node->readOnly());
@@ -89,9 +89,9 @@ private slots:
         node->setEdit(OrvoEdit());
         node->setValue(OrvoValue());
         QCOMPARE(f.delivered(), QStringList());
-        for (const auto& set : QList<std::function<void()>>{[&] { node->setReadOnly(true); },
-                                                            [&] { node->setInternal(true); },
-                                                            [&] { node->setEdit(OrvoEdit().setMin("1")); }}) {
+        for (const auto& set :
+             QList<std::function<void()>>{[&] { node->setReadOnly(true); }, [&] { node->setInternal(true); },
+                                          [&] { node->setEdit(OrvoEdit().setMin("1")); }}) {
             set();
             QCOMPARE(f.delivered(), QStringList("data x:v"));
             set();
@@ -265,8 +265,7 @@ private slots:
         node->setValue(OrvoValue().setI16_(6));
         QCOMPARE(f.worker->valueAddSteps(P("x:v"), 1).value(), QVariant(true));
         QCOMPARE(node->value(), OrvoValue().setI16_(6));
-        QCOMPARE(log.lines(),
-                 QStringList("ERROR Blocking new value because it hasn't got defined type, path: x:v"));
+        QCOMPARE(log.lines(), QStringList("ERROR Blocking new value because it hasn't got defined type, path: x:v"));
     }
 
     void aReadOnlyNodeAnswersFalse()
