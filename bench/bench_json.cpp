@@ -141,14 +141,15 @@ void registerFor(const std::string& name, const QVariant& value, const QByteArra
     };
     const int size = json.size();
     add("parse", [=](benchmark::State& state) { measure(state, size, [&] { return parsed(json); }); });
-    add("parseQJsonDocument", [=](benchmark::State& state) {
+    add("parse/peer:QJsonDocument", [=](benchmark::State& state) {
         measure(state, size, [&] { return QJsonDocument::fromJson(json).toVariant(); });
     });
-    add("buildTreeAlone", [=](benchmark::State& state) { measure(state, size, [&] { return rebuilt(value); }); });
+    add("parse/peer:building the tree alone",
+        [=](benchmark::State& state) { measure(state, size, [&] { return rebuilt(value); }); });
     add("print", [=](benchmark::State& state) { measure(state, size, [&] { return OrvoJson::serialize(value); }); });
     add("printPretty",
         [=](benchmark::State& state) { measure(state, size, [&] { return OrvoJson::serializePretty(value); }); });
-    add("printQJsonDocument", [=](benchmark::State& state) {
+    add("print/peer:QJsonDocument", [=](benchmark::State& state) {
         measure(state, size, [&] { return QJsonDocument::fromVariant(value).toJson(QJsonDocument::Compact); });
     });
 }
