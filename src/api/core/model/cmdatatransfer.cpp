@@ -59,7 +59,7 @@ void ThreadSynchronizer::deliver(std::function<void()> call)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         wake = m_queue.isEmpty();
-        m_queue.append(std::move(call));
+        m_queue.append(call);
     }
     if (wake)
         emit m_synchronizer->synchronizeSignal();

@@ -131,7 +131,7 @@ class CMBufferedDataTransferPrivate : public CMDataTransferPrivateBase
 {
 public:
     void dataAvailable(const QByteArray& chunk) override;
-    void onDataAvailable(DataFunction callback) override;
+    void onDataAvailable(DataFunction function) override;
 
 private:
     QByteArray m_buffer;
@@ -142,7 +142,7 @@ class CMUnbufferedDataTransferPrivate : public CMDataTransferPrivateBase
 {
 public:
     void dataAvailable(const QByteArray& chunk) override;
-    void onDataAvailable(DataFunction callback) override;
+    void onDataAvailable(DataFunction function) override;
 
 private:
     QList<DataCallback::Pointer> m_dataCallbacks;

@@ -156,8 +156,9 @@ private slots:
     {
         RawPeer peer;
         QVERIFY(peer.connectTo(m_service));
-        const QByteArray bytes = framed(wireGetData("raw:1", m_service + ":value", {"type"}))
-                                 + framed(wireSubscribe(m_service + ":value", 0));
+        // The reply to the second packet tells that the first one was taken.
+        const QByteArray bytes = framed(wireSubscribe(m_service + ":value", 0))
+                                 + framed(wireGetData("raw:1", m_service + ":value", {"type"}));
         for (const char byte : bytes)
             peer.send(QByteArray(1, byte));
         QTRY_COMPARE(peer.replyTo("raw:1"), (QJsonObject{{"id", "raw:1"}, {"value", QJsonArray{"value"}}}));
