@@ -193,8 +193,9 @@ private slots:
 
     void writesUnderASharedLockExcludeEachOther()
     {
-        NodesFixture f;
+        // Outlives the nodes that it is shared by.
         QMutex shared(QMutex::Recursive);
+        NodesFixture f;
         CMValueNode* one = CMValueNode::create(f.nodes(), P("x:1"), &shared);
         CMValueNode* two = CMValueNode::create(f.nodes(), P("x:2"), &shared);
         std::atomic<int> inside{0};
