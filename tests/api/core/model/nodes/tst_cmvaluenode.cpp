@@ -369,8 +369,9 @@ private slots:
 
     void aDirectValidatorRunsUnderTheLockAndAQueuedOneDoesNot()
     {
-        NodesFixture f;
+        // Outlives the nodes that it is given to.
         QMutex mutex(QMutex::Recursive);
+        NodesFixture f;
         CMValueNode* node = CMValueNode::create(f.nodes(), P("x:v"), &mutex);
         QCOMPARE(node->mutex(), &mutex);
         bool free = false;
@@ -397,8 +398,9 @@ private slots:
 
     void theDefaultValidatorRunsUnderASharedLock()
     {
-        NodesFixture f;
+        // Outlives the nodes that it is given to.
         QMutex mutex(QMutex::Recursive);
+        NodesFixture f;
         CMValueNode* one = CMValueNode::create(f.nodes(), P("x:1"), &mutex);
         CMValueNode* two = CMValueNode::create(f.nodes(), P("x:2"), &mutex);
         CMValueNode* own = CMValueNode::create(f.nodes(), P("x:3"));
