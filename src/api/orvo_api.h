@@ -8,6 +8,7 @@
 #include "core/model/cmdatatransfer.h"
 #include "core/model/cmedit.h"
 #include "core/model/cmerror.h"
+#include "core/model/cmeventqueue.h"
 #include "core/model/cmglobal.h"
 #include "core/model/cmitem.h"
 #include "core/model/cmmetatypes.h"
