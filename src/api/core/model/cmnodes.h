@@ -13,6 +13,7 @@
 #include "core/model/nodes/cmradiobuttonnode.h"
 #include "core/model/nodes/cmuinode.h"
 #include "core/model/nodes/cmvaluenode.h"
+#include "core/model/nodes/cmvariantnode.h"
 
 #include <QExplicitlySharedDataPointer>
 #include <QHash>
