@@ -40,6 +40,7 @@
 #include "core/model/nodes/cmuinode.h"
 #include "core/model/nodes/cmvaluenode.h"
 #include "core/model/nodes/cmvariantnode.h"
+#include "core/model/orvoform.h"
 #include "core/orvo.h"
 #include "core/orvoJson.h"
 #include "core/orvoLanguage.h"
