@@ -274,6 +274,86 @@ void memoryOfSender(benchmark::State& state)
     });
 }
 
+/// A document of 10,000 leaves in so many groups, and the same tree made of nodes.
+class Documents
+{
+public:
+    explicit Documents(int groups) : m_groups(groups), m_worker({}, QStringLiteral("bench"))
+    {
+        QVariantHash document;
+        for (int g = 0; g < groups; ++g) {
+            QVariantHash group;
+            auto* list = CMListRowsNode::create(m_worker.nodes(), CMPath::fromEncoded("bench:nodes/" + text('g', g)));
+            for (int i = 0; i < Leaves / groups; ++i) {
+                group.insert(text('k', i), i);
+                const CMPath leaf = at("bench:nodes", g, i);
+                const OrvoValue value = OrvoValue().setI32_(i);
+                CMValueNode::create(m_worker.nodes(), leaf)->setValue(value);
+                list->rowsAppend(OrvoRoles().setPath(leaf).setTitle(text('k', i)).setValue(value));
+            }
+            document.insert(text('g', g), group);
+        }
+        CMVariantNode::create(m_worker.nodes(), CMPath::fromEncoded("bench:doc"))->setValue(document);
+    }
+
+    void get(benchmark::State& state, const QString& root)
+    {
+        Shuffled order(Leaves);
+        measure(state, [&] { benchmark::DoNotOptimize(m_worker.getData(leaf(root, order.next()), m_roles).value()); });
+    }
+    void set(benchmark::State& state, const QString& root)
+    {
+        Shuffled order(Leaves);
+        int value = 0;
+        const bool plain = root == QLatin1String("bench:doc");
+        measure(state, [&] {
+            const OrvoValue record = OrvoValue().setI32_(++value);
+            m_worker.setData(leaf(root, order.next()), OrvoRoles::Value(), plain ? value : record.__variant()).value();
+        });
+    }
+    /// The first hundred of a group.
+    void rows(benchmark::State& state, const QString& root)
+    {
+        const CMPath group = CMPath::fromEncoded(root + "/g0");
+        measure(state, [&] { benchmark::DoNotOptimize(m_worker.getRows(group, 0, 99, -1, m_roles).value()); });
+    }
+
+private:
+    static constexpr int Leaves = 10000;
+
+    static QString text(char kind, int number) { return QLatin1Char(kind) + QString::number(number); }
+    static CMPath at(const QString& root, int group, int leaf)
+    {
+        return CMPath::fromEncoded(root + '/' + text('g', group) + '/' + text('k', leaf));
+    }
+    CMPath leaf(const QString& root, int number) const { return at(root, number % m_groups, number / m_groups); }
+
+    const int m_groups;
+    const QStringList m_roles{OrvoRoles::Path(), OrvoRoles::Title(), OrvoRoles::Value()};
+    CMNodesWorker m_worker;
+};
+
+void document(benchmark::State& state, int groups, void (Documents::*work)(benchmark::State&, const QString&),
+              const QString& root)
+{
+    Documents documents(groups);
+    (documents.*work)(state, root);
+}
+
+void registerDocuments()
+{
+    const std::pair<const char*, void (Documents::*)(benchmark::State&, const QString&)> works[] = {
+        {"get a leaf", &Documents::get}, {"set a leaf", &Documents::set}, {"100 rows", &Documents::rows}};
+    for (const int groups : {1, 100}) {
+        for (const auto& [work, member] : works) {
+            const std::string name = "model/document of 10,000 leaves in " + std::to_string(groups) + ", " + work;
+            benchmark::RegisterBenchmark(name.c_str(), document, groups, member, QStringLiteral("bench:doc"));
+            benchmark::RegisterBenchmark((name + "/peer:nodes").c_str(), document, groups, member,
+                                         QStringLiteral("bench:nodes"));
+        }
+    }
+}
+
 void registerAll()
 {
     using benchmark::RegisterBenchmark;
@@ -290,6 +370,7 @@ void registerAll()
         RegisterBenchmark(name.c_str(), reportTo)->Arg(receivers);
         RegisterBenchmark((name + "/peer:Qt signal").c_str(), signalTo)->Arg(receivers);
     }
+    registerDocuments();
     RegisterBenchmark("memory/value node", memoryOfNode)->Iterations(1);
     RegisterBenchmark("memory/value node/peer:QObject", memoryOfObject)->Iterations(1);
     RegisterBenchmark("memory/row of 5 roles", memoryOfRow)->Iterations(1);
