@@ -46,14 +46,15 @@ OrvoRowEvent rowEvent(const QString& change)
 {
     if (change.startsWith('='))
         return movedRow(change.mid(1));
-    OrvoRowEvent event;
-    if (!change.startsWith('+') && !change.startsWith('-'))
-        return event.setType(OrvoRowEventType::Updated).setIndex(change.toInt());
+    OrvoRowEventType::Enum type = OrvoRowEventType::Updated;
+    if (change.startsWith('+'))
+        type = OrvoRowEventType::Inserted;
+    else if (change.startsWith('-'))
+        type = OrvoRowEventType::Removed;
     bool ok = false;
-    event.setType(change.startsWith('+') ? OrvoRowEventType::Inserted : OrvoRowEventType::Removed)
-        .setIndex(change.midRef(1).toInt(&ok));
+    const int index = change.mid(type == OrvoRowEventType::Updated ? 0 : 1).toInt(&ok);
     Q_ASSERT(ok);
-    return event;
+    return OrvoRowEvent().setType(type).setIndex(index);
 }
 
 } // namespace

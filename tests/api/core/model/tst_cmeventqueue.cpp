@@ -658,7 +658,7 @@ private slots:
         QTest::addColumn<QString>("what");
         QTest::addColumn<QByteArray>("assertion");
         const QByteArray ok = "ASSERT: \"ok\"";
-        for (const char* change : {"+", "+x", "-", "-1x"})
+        for (const char* change : {"+", "+x", "-", "-1x", "x", "7x", "closed"})
             QTest::newRow(change) << QString("rows") + change << ok;
         for (const char* change : {"=3", "=", "=1..2..3"})
             QTest::newRow(change) << QString("rows") + change << QByteArray("ASSERT: \"elements.size() == 2\"");
