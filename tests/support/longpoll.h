@@ -86,3 +86,12 @@ inline QStringList eventTexts(const OrvoList<OrvoEvent>& events)
     }
     return texts;
 }
+
+/// Takes the events that wait, without leaving a poll behind.
+inline QStringList taken(CMEventQueue& queue)
+{
+    PollAnswers answers;
+    queue.poll(new LongPoll(&answers), 1);
+    queue.sendResponse();
+    return answers.count() == 1 ? eventTexts(answers.events.first()) : QStringList("no answer");
+}

@@ -34,10 +34,10 @@ OrvoRowEvent movedRow(const QString& rows)
     Q_ASSERT(elements.size() == 2);
     bool fromOk = false;
     bool toOk = false;
-    const OrvoRowEvent event = OrvoRowEvent()
-                                   .setType(OrvoRowEventType::Moved)
-                                   .setIndex(elements.at(0).toInt(&fromOk))
-                                   .setToIndex(elements.at(1).toInt(&toOk));
+    OrvoRowEvent event = OrvoRowEvent()
+                             .setType(OrvoRowEventType::Moved)
+                             .setIndex(elements.at(0).toInt(&fromOk))
+                             .setToIndex(elements.at(1).toInt(&toOk));
     Q_ASSERT(fromOk && toOk);
     return event;
 }
@@ -52,7 +52,7 @@ OrvoRowEvent rowEvent(const QString& change)
     else if (change.startsWith('-'))
         type = OrvoRowEventType::Removed;
     bool ok = false;
-    const int index = change.mid(type == OrvoRowEventType::Updated ? 0 : 1).toInt(&ok);
+    const int index = change.midRef(type == OrvoRowEventType::Updated ? 0 : 1).toInt(&ok);
     Q_ASSERT(ok);
     return OrvoRowEvent().setType(type).setIndex(index);
 }
@@ -139,10 +139,12 @@ bool CMEventQueue::modify(const OrvoList<OrvoEventSubscribe>& subscribes,
                           const OrvoList<OrvoEventSubscribe>& unsubscribes)
 {
     const QPointer<CMEventQueue> alive(this);
-    for (const OrvoEventSubscribe& record : subscribes.toTyped())
+    const QList<OrvoEventSubscribe> added = subscribes.toTyped();
+    for (const OrvoEventSubscribe& record : added)
         if (!subscribe(record) || !alive)
             return false;
-    for (const OrvoEventSubscribe& record : unsubscribes.toTyped())
+    const QList<OrvoEventSubscribe> removed = unsubscribes.toTyped();
+    for (const OrvoEventSubscribe& record : removed)
         if (!unsubscribe(record) || !alive)
             return false;
     return true;
