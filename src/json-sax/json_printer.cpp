@@ -56,34 +56,8 @@ uint32_t sequenceLength(const uint8_t* p, const uint8_t* end)
 
 int putEscape(json_printer* printer, uint8_t byte)
 {
-    static const char hexDigits[] = "0123456789abcdef";
-    char escape[6] = {'\\', char(byte), '0', '0', hexDigits[byte >> 4], hexDigits[byte & 15]};
-    uint32_t length = 2;
-    switch (byte) {
-    case '"':
-    case '\\':
-        break;
-    case '\b':
-        escape[1] = 'b';
-        break;
-    case '\f':
-        escape[1] = 'f';
-        break;
-    case '\n':
-        escape[1] = 'n';
-        break;
-    case '\r':
-        escape[1] = 'r';
-        break;
-    case '\t':
-        escape[1] = 't';
-        break;
-    default:
-        escape[1] = 'u';
-        length = 6;
-        break;
-    }
-    return put(printer, escape, length);
+    char escape[6];
+    return put(printer, escape, json::writeEscape(byte, escape));
 }
 
 int putString(json_printer* printer, const char* data, uint32_t length)

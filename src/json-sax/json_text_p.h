@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-// What the parser and the printer both know about the inside of a string.
+// What those who read and write JSON know about the inside of a string.
 namespace json {
 
 struct Utf8Lead {
@@ -47,6 +47,40 @@ inline const uint8_t* skipPlain(const uint8_t* p, const uint8_t* end)
     while (p != end && *p >= 0x20 && *p < 0x80 && *p != '"' && *p != '\\')
         ++p;
     return p;
+}
+
+/// Writes the escape of a quote, a backslash or a control character, and returns its length.
+inline uint32_t writeEscape(uint8_t byte, char (&escape)[6])
+{
+    static const char hexDigits[] = "0123456789abcdef";
+    escape[0] = '\\';
+    escape[1] = char(byte);
+    switch (byte) {
+    case '"':
+    case '\\':
+        return 2;
+    case '\b':
+        escape[1] = 'b';
+        return 2;
+    case '\f':
+        escape[1] = 'f';
+        return 2;
+    case '\n':
+        escape[1] = 'n';
+        return 2;
+    case '\r':
+        escape[1] = 'r';
+        return 2;
+    case '\t':
+        escape[1] = 't';
+        return 2;
+    }
+    escape[1] = 'u';
+    escape[2] = '0';
+    escape[3] = '0';
+    escape[4] = hexDigits[byte >> 4];
+    escape[5] = hexDigits[byte & 15];
+    return 6;
 }
 
 } // namespace json
