@@ -7,6 +7,7 @@
 #include "records/orvoconstants.h"
 
 #include <QPointer>
+#include <QThread>
 
 namespace {
 
@@ -42,7 +43,7 @@ void CMRPCClient::getDataRequest(const CMGetDataRequest& request)
     OrvoGetDataRequest wire;
     wire.setPath(request.path()).setRoles(request.roles());
     LOG4CPLUS_TRACE(logger(), logName() << ": getDataRequest: " << wire);
-    emit sendRequestPrivate(OrvoRequest().setGetDataRequest(wire), request.reply());
+    startRequest(OrvoRequest().setGetDataRequest(wire), request.reply());
 }
 
 void CMRPCClient::setDataRequest(const CMSetDataRequest& request)
@@ -50,7 +51,7 @@ void CMRPCClient::setDataRequest(const CMSetDataRequest& request)
     OrvoSetDataRequest wire;
     wire.setPath(request.path()).setRole(request.role()).setValue(request.value());
     LOG4CPLUS_TRACE(logger(), logName() << ": setDataRequest: " << wire);
-    emit sendRequestPrivate(OrvoRequest().setSetDataRequest(wire), request.reply());
+    startRequest(OrvoRequest().setSetDataRequest(wire), request.reply());
 }
 
 void CMRPCClient::getRowsRequest(const CMGetRowsRequest& request)
@@ -59,7 +60,7 @@ void CMRPCClient::getRowsRequest(const CMGetRowsRequest& request)
     wire.setPath(request.path()).setFromRow(request.fromRow()).setToRow(request.toRow());
     wire.setRowsVersion(request.rowsVersion()).setRoles(request.roles());
     LOG4CPLUS_TRACE(logger(), logName() << ": getRowsRequest: " << wire);
-    emit sendRequestPrivate(OrvoRequest().setGetRowsRequest(wire), request.reply());
+    startRequest(OrvoRequest().setGetRowsRequest(wire), request.reply());
 }
 
 void CMRPCClient::matchRowRequest(const CMMatchRowRequest& request)
@@ -68,7 +69,7 @@ void CMRPCClient::matchRowRequest(const CMMatchRowRequest& request)
     wire.setPath(request.path()).setFromRow(request.fromRow()).setRole(request.role()).setValue(request.value());
     wire.setMatchFlags(request.matchFlags()).setRowsVersion(request.rowsVersion());
     LOG4CPLUS_TRACE(logger(), logName() << ": matchRowRequest: " << wire);
-    emit sendRequestPrivate(OrvoRequest().setMatchRowsRequest(wire), request.reply());
+    startRequest(OrvoRequest().setMatchRowsRequest(wire), request.reply());
 }
 
 void CMRPCClient::subscribeValuePath(const CMPath& path)
@@ -160,13 +161,23 @@ void CMRPCClient::processChange(const OrvoChangeNotification& change)
     }
 }
 
-void CMRPCClient::on_sendRequest_private(OrvoRequest request, const CMVoidReply& reply)
+void CMRPCClient::startRequest(OrvoRequest& request, const CMVoidReply& reply)
 {
+    // Not the signal in the own thread: its copy of the record would be written apart for the id.
+    if (thread() != QThread::currentThread()) {
+        emit sendRequestPrivate(request, reply);
+        return;
+    }
     request.setId(name() + QLatin1Char(':') + QString::number(m_version.next()));
     sendRequest(request);
     auto* watcher = new CMRPCReplyWatcher(request, reply, this);
     m_requests.insert(request.id(), watcher);
     reply.addWatcher(watcher);
+}
+
+void CMRPCClient::on_sendRequest_private(OrvoRequest request, const CMVoidReply& reply)
+{
+    startRequest(request, reply);
 }
 
 void CMRPCClient::requestEnded(const QString& requestId, const CMVoidReply&)

@@ -22,8 +22,8 @@ class CMSetDataRequest;
  * paths are reported at once (rows as a reset) and value paths are read again. It is no worker: its owner connects
  * valueChanged, dataChanged and rowsChanged to a change hub.
  *
- * The public functions may be called in any thread; all state is touched in the client's own thread, through queued
- * private signals. Its owner may destroy it inside any of its signals.
+ * The public functions may be called in any thread; all state is touched in the client's own thread, which calls of
+ * others reach through queued private signals. Its owner may destroy it inside any of its signals.
  */
 class CMRPCClient : public CMRPCSocket
 {
@@ -79,6 +79,7 @@ private slots:
     void on_reconnectTimer_timeout();
 
 private:
+    void startRequest(OrvoRequest& request, const CMVoidReply& reply);
     void subscribePath(OrvoSubscribeType::Enum type, const CMPath& path, bool subscribe);
     QSet<CMPath>* pathsOf(OrvoSubscribeType::Enum type);
     void readValueAgain(const CMPath& path);

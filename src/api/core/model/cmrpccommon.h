@@ -75,6 +75,7 @@ private:
     const QString m_remoteName;
     const QString m_logName;
     QLocalSocket* const m_socket;
+    CMRPCExpiryQueue m_expiry;
 };
 
 /// The failure as it goes out, and as it came in.

@@ -7,7 +7,8 @@
 #include "records/orvoconstants.h"
 
 #include <QThread>
-#include <QTimerEvent>
+
+#include <algorithm>
 
 namespace {
 
@@ -15,12 +16,68 @@ ORVO_LOGGER("CMRPCReplyWatcher")
 
 constexpr TrCharData expiredText{"CMRPCReplyWatcher", "Request has expired", nullptr, -1};
 
+int msUntil(std::chrono::steady_clock::time_point deadline)
+{
+    const auto left = deadline - std::chrono::steady_clock::now();
+    return int(std::max<qint64>(0, std::chrono::ceil<std::chrono::milliseconds>(left).count()));
+}
+
 } // namespace
 
-CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, CMRPCSocket* owner)
-    : m_request(request), m_reply(reply), m_owner(owner)
+CMRPCExpiryQueue::~CMRPCExpiryQueue()
 {
-    m_timer.start(OrvoRPCRequestExpiryTimeoutMs(), this);
+    while (CMRPCReplyWatcher* watcher = m_first) {
+        remove(watcher);
+        watcher->expireAlone();
+    }
+}
+
+void CMRPCExpiryQueue::append(CMRPCReplyWatcher* watcher)
+{
+    watcher->m_queue = this;
+    watcher->m_previous = m_last;
+    (m_last ? m_last->m_next : m_first) = watcher;
+    m_last = watcher;
+    // A timer that finds nothing to do when its time comes is cheaper than one that is stopped with each reply.
+    if (!m_timer.isActive())
+        m_timer.start(OrvoRPCRequestExpiryTimeoutMs(), this);
+}
+
+void CMRPCExpiryQueue::remove(CMRPCReplyWatcher* watcher)
+{
+    (watcher->m_previous ? watcher->m_previous->m_next : m_first) = watcher->m_next;
+    (watcher->m_next ? watcher->m_next->m_previous : m_last) = watcher->m_previous;
+    watcher->m_queue = nullptr;
+    watcher->m_next = nullptr;
+    watcher->m_previous = nullptr;
+}
+
+void CMRPCExpiryQueue::timerEvent(QTimerEvent*)
+{
+    m_timer.stop();
+    const QPointer<CMRPCExpiryQueue> alive(this);
+    const auto now = CMRPCReplyWatcher::Clock::now();
+    while (m_first && m_first->m_deadline <= now) {
+        CMRPCReplyWatcher* const watcher = m_first;
+        remove(watcher);
+        watcher->on_request_expired();
+        if (!alive)
+            return;
+    }
+    if (m_first && !m_timer.isActive())
+        m_timer.start(msUntil(m_first->m_deadline), this);
+}
+
+CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, CMRPCSocket* owner)
+    : m_request(request),
+      m_reply(reply),
+      m_owner(owner),
+      m_deadline(Clock::now() + std::chrono::milliseconds(OrvoRPCRequestExpiryTimeoutMs()))
+{
+    if (owner)
+        owner->m_expiry.append(this);
+    else
+        expireAlone();
 }
 
 CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidReply& reply, QObject* receiver,
@@ -28,6 +85,12 @@ CMRPCReplyWatcher::CMRPCReplyWatcher(const OrvoRequest& request, const CMVoidRep
     : CMRPCReplyWatcher(request, reply, nullptr)
 {
     orvoConnect(this, SIGNAL(replyFinished(QString,CMVoidReply)), receiver, method, connectionType);
+}
+
+CMRPCReplyWatcher::~CMRPCReplyWatcher()
+{
+    if (m_queue)
+        m_queue->remove(this);
 }
 
 void CMRPCReplyWatcher::finished(const CMVoidReply& reply)
@@ -41,12 +104,12 @@ void CMRPCReplyWatcher::finished(const CMVoidReply& reply)
         deleteLater();
         return;
     }
-    const bool goesAtOnce = m_owner && m_timer.isActive();
+    const bool isAlone = !m_owner;
     tell(reply);
-    if (goesAtOnce)
-        delete this;
-    else
+    if (isAlone)
         deleteLater();
+    else
+        delete this;
 }
 
 void CMRPCReplyWatcher::tell(const CMVoidReply& reply)
@@ -55,10 +118,13 @@ void CMRPCReplyWatcher::tell(const CMVoidReply& reply)
         m_owner->requestEnded(m_request.id(), reply);
 }
 
-void CMRPCReplyWatcher::timerEvent(QTimerEvent* event)
+void CMRPCReplyWatcher::expireAlone()
 {
-    if (event->timerId() != m_timer.timerId())
-        return QObject::timerEvent(event);
+    m_timer.start(msUntil(m_deadline), this);
+}
+
+void CMRPCReplyWatcher::timerEvent(QTimerEvent*)
+{
     m_timer.stop();
     on_request_expired();
 }
@@ -66,6 +132,8 @@ void CMRPCReplyWatcher::timerEvent(QTimerEvent* event)
 void CMRPCReplyWatcher::on_request_expired()
 {
     LOG4CPLUS_WARN(logger(), "Request expired: " << m_request);
-    m_reply.setError(CMError(QStringLiteral("Error"), TrString(expiredText, QList<TrArg>()).toString(),
-                             TrString(CMError::DefaultTitle()).toString()));
+    // Ending the reply may end this.
+    const CMVoidReply reply = m_reply;
+    reply.setError(CMError(QStringLiteral("Error"), TrString(expiredText, QList<TrArg>()).toString(),
+                           TrString(CMError::DefaultTitle()).toString()));
 }
