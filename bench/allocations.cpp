@@ -28,8 +28,9 @@ Counts ownCounts[Threads];
 Counts sharedCounts; // of the threads beyond
 std::atomic<unsigned> threads{0};
 thread_local Counts* threadCounts = nullptr;
+std::atomic<int> counters{0};
 
-void note(size_t size)
+void count(size_t size)
 {
     if (!threadCounts) {
         const unsigned number = threads.fetch_add(1, std::memory_order_relaxed);
@@ -43,6 +44,12 @@ void note(size_t size)
     }
     counts.count.store(counts.count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     counts.bytes.store(counts.bytes.load(std::memory_order_relaxed) + size, std::memory_order_relaxed);
+}
+
+void note(size_t size)
+{
+    if (counters.load(std::memory_order_relaxed))
+        count(size);
 }
 
 uint64_t total(std::atomic<uint64_t> Counts::*field)
@@ -101,7 +108,15 @@ void free(void* memory)
 
 } // extern "C"
 
-AllocationCounter::AllocationCounter() : m_startCount(total(&Counts::count)), m_startBytes(total(&Counts::bytes)) {}
+AllocationCounter::AllocationCounter() : m_startCount(total(&Counts::count)), m_startBytes(total(&Counts::bytes))
+{
+    ++counters;
+}
+
+AllocationCounter::~AllocationCounter()
+{
+    --counters;
+}
 
 uint64_t AllocationCounter::count() const
 {

@@ -10,12 +10,16 @@
  *     for (auto _ : state) ...
  *     state.counters["allocations"] = benchmark::Counter(allocations.count(), benchmark::Counter::kAvgIterations);
  *
- * Linking allocations.cpp replaces malloc() of the program. A realloc() counts as one allocation of the new size.
+ * Linking allocations.cpp replaces malloc() of the program. A realloc() counts as one allocation of the new size. While
+ * there is no counter, nothing is counted and next to nothing spent.
  */
 class AllocationCounter
 {
 public:
     AllocationCounter();
+    ~AllocationCounter();
+    AllocationCounter(const AllocationCounter&) = delete;
+    AllocationCounter& operator=(const AllocationCounter&) = delete;
 
     uint64_t count() const;
     uint64_t bytes() const;

@@ -374,10 +374,9 @@ public:
     {
         std::vector<double> times;
         gets(500, 1, nullptr);
-        const qulonglong before = allocations();
+        const double perGet = allocationsPerGet(1);
         times.clear();
         gets(3000, 1, &times);
-        const double perGet = double(allocations() - before) / 3000;
         print("get, one outstanding, median", quantile(times, 0.5), perGet);
         print("get, one outstanding, p99", quantile(times, 0.99));
 
@@ -385,13 +384,12 @@ public:
         constexpr int stretch = 256;
         constexpr int stretches = 40;
         times.clear();
-        const qulonglong before64 = allocations();
+        const double perGet64 = allocationsPerGet(64);
         for (int i = 0; i < stretches; ++i) {
             const qlonglong start = Link::now();
             gets(stretch, 64, nullptr);
             times.push_back(double(Link::now() - start) / stretch);
         }
-        const double perGet64 = double(allocations() - before64) / (stretch * stretches);
         print("get, 64 outstanding, each", quantile(times, 0.5), perGet64);
 
         print("value change to callback, median", quantile(changes(400), 0.5));
@@ -437,11 +435,17 @@ private:
         std::puts(QJsonDocument(line).toJson(QJsonDocument::Compact).constData());
     }
 
-    /// Of both processes so far.
-    qulonglong allocations()
+    /// Of both processes.
+    double allocationsPerGet(int outstanding)
     {
-        m_peer->send("allocations");
-        return m_peer->readLine().section(QLatin1Char(' '), 1).toULongLong() + m_allocations.count();
+        constexpr int count = 1024;
+        m_peer->send("count");
+        m_peer->readLine();
+        const AllocationCounter allocations;
+        gets(count, outstanding, nullptr);
+        const uint64_t here = allocations.count();
+        m_peer->send("counted");
+        return double(m_peer->readLine().section(QLatin1Char(' '), 1).toULongLong() + here) / count;
     }
 
     std::vector<double> changes(int count)
@@ -488,7 +492,6 @@ private:
         print("10,000 rows of 10 roles, memory", 0, -1, quantile(bytes, 0.5));
     }
 
-    const AllocationCounter m_allocations;
     std::unique_ptr<Child> m_daemon;
     std::unique_ptr<Child> m_peer;
     std::unique_ptr<Client> m_client;

@@ -19,6 +19,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 #ifdef ORVO_BENCH_REMOTE_OBJECTS
@@ -248,7 +249,7 @@ int main(int argc, char** argv)
     orvoRegisterMetaTypes();
     const QStringList arguments = application.arguments();
     const std::unique_ptr<Service> service = makeService(arguments.value(1), arguments.value(2));
-    const AllocationCounter allocations;
+    std::optional<AllocationCounter> allocations;
 
     int left = 0;
     QTimer pace;
@@ -271,8 +272,12 @@ int main(int argc, char** argv)
         for (int end = buffer.indexOf('\n'); end >= 0; end = buffer.indexOf('\n')) {
             const QList<QByteArray> words = buffer.left(end).split(' ');
             buffer.remove(0, end + 1);
-            if (words.first() == "allocations") {
-                std::printf("allocations %llu\n", static_cast<unsigned long long>(allocations.count()));
+            if (words.first() == "count") {
+                allocations.emplace();
+                std::puts("counting");
+            } else if (words.first() == "counted") {
+                std::printf("allocations %llu\n", static_cast<unsigned long long>(allocations->count()));
+                allocations.reset();
             } else if (words.first() == "changes") {
                 left = words.value(1).toInt();
                 pace.start();

@@ -231,10 +231,12 @@ CMRPCSocket::Next CMRPCSocket::takePacket()
 
     // The text ends at its NUL, whatever the size says, but within what was received.
     const char* text = packet + headerSize;
-    const size_t length = strnlen(text, size_t(left - headerSize));
-    OrvoError error;
-    const QVariant parsed = OrvoJson::parse(QByteArray::fromRawData(text, int(length)), error);
+    const int length = int(strnlen(text, size_t(left - headerSize)));
     m_consumed += headerSize + int(size);
+    if (dispatchPlain(text, length))
+        return Next::GoOn;
+    OrvoError error;
+    const QVariant parsed = OrvoJson::parse(QByteArray::fromRawData(text, length), error);
     if (!error.isEmpty()) {
         LOG4CPLUS_ERROR(logger(), m_logName << ": Error parsing JSON: " << error.message());
         // The packets behind it wait for the next bytes.
@@ -242,6 +244,43 @@ CMRPCSocket::Next CMRPCSocket::takePacket()
     }
     dispatch(OrvoRPCPacket(parsed));
     return Next::GoOn;
+}
+
+/// A packet as we print it: its one member is parsed alone, without a hash around it. False for any other text.
+bool CMRPCSocket::dispatchPlain(const char* text, int length)
+{
+    struct Kind
+    {
+        QByteArray head;
+        void (*process)(CMRPCSocket* self, const QVariant& record);
+    };
+    const auto headOf = [](const QString& key) { return QByteArray("{\"" + key.toLatin1() + "\":"); };
+    static const Kind kinds[] = {
+        {headOf(OrvoRPCPacket::Request()),
+         [](CMRPCSocket* self, const QVariant& record) { self->processRequest(OrvoRequest(record)); }},
+        {headOf(OrvoRPCPacket::Reply()),
+         [](CMRPCSocket* self, const QVariant& record) { self->processReply(OrvoReply(record)); }},
+        {headOf(OrvoRPCPacket::Subscribe()),
+         [](CMRPCSocket* self, const QVariant& record) { self->processSubscribe(OrvoSubscribe(record)); }},
+        {headOf(OrvoRPCPacket::Change()),
+         [](CMRPCSocket* self, const QVariant& record) { self->processChange(OrvoChangeNotification(record)); }},
+    };
+    for (const Kind& kind : kinds) {
+        const int size = kind.head.size();
+        if (length <= size + 1 || std::memcmp(text, kind.head.constData(), size_t(size)) != 0)
+            continue;
+        const char* const record = text + size;
+        if (record[0] != '{' || text[length - 1] != '}')
+            return false;
+        // Anything behind the member, or twice it, is an error here and is read in full by the caller.
+        OrvoError error;
+        const QVariant parsed = OrvoJson::parse(QByteArray::fromRawData(record, length - size - 1), error);
+        if (!error.isEmpty())
+            return false;
+        kind.process(this, parsed);
+        return true;
+    }
+    return false;
 }
 
 void CMRPCSocket::dispatch(const OrvoRPCPacket& packet)

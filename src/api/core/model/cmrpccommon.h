@@ -65,6 +65,7 @@ private:
 
     void receive();
     Next takePacket();
+    bool dispatchPlain(const char* text, int length);
     void dispatch(const OrvoRPCPacket& packet);
     void dropConsumed();
 
