@@ -5,6 +5,9 @@
 #include "records/orvoconstants.h"
 #include "support/linkfixture.h"
 
+#include <QElapsedTimer>
+#include <QTimer>
+
 #include <log4cplus/logger.h>
 
 /// Waits out the time that a request may take, once for all cases.
@@ -42,9 +45,21 @@ private slots:
         const CMVoidReply unanswered = ask(client);
         CMRPCClient lateClient(nullptr, "me", late);
         const CMVoidReply unsent = ask(lateClient);
+        const CMVoidReply cancelled = ask(lateClient);
+        cancelled.cancel();
 
+        // A later request has its own time.
         const int time = OrvoRPCRequestExpiryTimeoutMs();
+        CMVoidReply later;
+        QElapsedTimer laterSince;
+        QTimer::singleShot(time / 2, [&] {
+            later = ask(lateClient);
+            laterSince.start();
+        });
         QTRY_VERIFY_WITH_TIMEOUT(hasExpired(unanswered) && hasExpired(unsent) && !peer.packets.isEmpty(), time + 10000);
+
+        QVERIFY(laterSince.isValid());
+        QVERIFY(!later.isFinished());
 
         // The service told its client of a tree that does not answer.
         QCOMPARE(peer.replyTo("1").value("error").toObject(),
@@ -52,12 +67,23 @@ private slots:
         // The client told the service to stop.
         QTRY_COMPARE(deafServer.peer()->packets.size(), 2);
         QCOMPARE(deafServer.peer()->of("request").at(1).value("cancel"), QJsonValue(true));
-        // A service that comes up too late sees the request and its cancel.
+        QTRY_VERIFY_WITH_TIMEOUT(hasExpired(later), time);
+        // Not with the first ones. Timers of this length keep to five per cent.
+        QVERIFY(laterSince.elapsed() >= time * 0.9);
+
+        // A service that comes up too late sees the requests, and a cancel for each.
         RawServer lateServer(late);
-        QTRY_VERIFY(lateServer.peer() && lateServer.peer()->packets.size() == 2);
+        QTRY_VERIFY(lateServer.peer() && lateServer.peer()->packets.size() == 6);
         const QList<QJsonObject> requests = lateServer.peer()->of("request");
+        const auto cancelOf = [&](int index) {
+            return QJsonObject{{"id", requests.at(index).value("id")}, {"cancel", true}};
+        };
         QVERIFY(requests.at(0).contains("getDataRequest"));
-        QCOMPARE(requests.at(1), (QJsonObject{{"id", requests.at(0).value("id")}, {"cancel", true}}));
+        QVERIFY(requests.at(1).contains("getDataRequest"));
+        QCOMPARE(requests.at(2), cancelOf(1));
+        QVERIFY(requests.at(3).contains("getDataRequest"));
+        QCOMPARE(requests.at(4), cancelOf(0));
+        QCOMPARE(requests.at(5), cancelOf(3));
         worker.clear();
     }
 

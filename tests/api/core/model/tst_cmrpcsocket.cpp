@@ -313,6 +313,39 @@ private slots:
         QTRY_COMPARE(wire.near->taken, (QStringList{"subscribe p:3", "reply 2", "request 1"}));
     }
 
+    void whiteSpaceEscapesAndFurtherMembersChangeNothing()
+    {
+        LogCapture log("CMRPCSocket", log4cplus::ERROR_LOG_LEVEL);
+        Wire wire;
+        wire.write(framed(" { \"reply\" : { \"id\":\"1\" } } ") + framed("{\"re\\u0070ly\":{\"id\":\"2\"}}")
+                   + framed("{\"reply\":{\"id\":\"3\"},\"hello\":{}}")
+                   + framed("{\"reply\":{\"id\":\"x\"},\"reply\":{\"id\":\"4\"}}")
+                   + framed("{\"reply\":{\"id\":\"5\"} }") + framed("{\"reply\":7,\"request\":{\"id\":\"6\"}}"));
+        QTRY_COMPARE(wire.near->taken,
+                     (QStringList{"reply 1", "reply 2", "reply 3", "reply 4", "reply 5", "request 6"}));
+        QCOMPARE(log.lines(), QStringList());
+    }
+
+    void aMemberThatEndsTooEarlyOrTooLateIsAnError_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::newRow("bracket too many") << QByteArray("{\"reply\":{\"id\":\"1\"}}}");
+        QTest::newRow("bracket missing") << QByteArray("{\"reply\":{\"id\":\"1\"}");
+        QTest::newRow("comma behind") << QByteArray("{\"reply\":{\"id\":\"1\"},}");
+        QTest::newRow("bare member") << QByteArray("{\"reply\":{\"id\":\"1\"},2}");
+        QTest::newRow("second text") << QByteArray("{\"reply\":{\"id\":\"1\"}}{\"reply\":{\"id\":\"2\"}}");
+    }
+    void aMemberThatEndsTooEarlyOrTooLateIsAnError()
+    {
+        QFETCH(QByteArray, body);
+        LogCapture log("CMRPCSocket", log4cplus::ERROR_LOG_LEVEL);
+        Wire wire;
+        wire.write(framed(body));
+        QTRY_COMPARE(log.lines().size(), 1);
+        QVERIFY2(log.lines().first().startsWith("ERROR near: Error parsing JSON: "), qPrintable(log.lines().first()));
+        QCOMPARE(wire.near->taken, QStringList());
+    }
+
     void theTextEndsAtItsFirstNul()
     {
         Wire wire;
