@@ -2,9 +2,12 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QMap>
 #include <QProcess>
 #include <QStringList>
+#include <QTest>
 
+#include <functional>
 #include <sys/resource.h>
 
 /// How this test program ended when it was run again with the arguments.
@@ -34,4 +37,22 @@ inline void leaveNoCore()
 {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
+}
+
+/// Calls that must stop the process, by the names under which a test's child is told to make one: `--fatal NAME`.
+using FatalCalls = QMap<QString, std::function<void()>>;
+
+/// The main() of a test program that is its own child.
+template <typename Test>
+int runTestOrFatalCall(int argc, char** argv, const FatalCalls& calls)
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = application.arguments();
+    if (arguments.value(1) == QLatin1String("--fatal")) {
+        leaveNoCore();
+        calls.value(arguments.value(2))();
+        return 0;
+    }
+    Test test;
+    return QTest::qExec(&test, argc, argv);
 }

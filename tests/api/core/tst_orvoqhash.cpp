@@ -16,9 +16,9 @@ int doubleHash(double number)
 }
 
 /// What must stop the process, by the argument that the child is given.
-const QMap<QString, std::function<void()>>& fatalCalls()
+const FatalCalls& fatalCalls()
 {
-    static const QMap<QString, std::function<void()>> calls{
+    static const FatalCalls calls{
         {"hashInvalid", [] { orvoHash(QVariant()); }},
         {"hashUInt", [] { orvoHash(QVariant(1u)); }},
         {"hashULongLong", [] { orvoHash(QVariant(1ull)); }},
@@ -202,15 +202,7 @@ private slots:
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
-    if (arguments.value(1) == QLatin1String("--fatal")) {
-        leaveNoCore();
-        fatalCalls().value(arguments.value(2))();
-        return 0;
-    }
-    tst_OrvoQHash test;
-    return QTest::qExec(&test, argc, argv);
+    return runTestOrFatalCall<tst_OrvoQHash>(argc, argv, fatalCalls());
 }
 
 #include "tst_orvoqhash.moc"

@@ -60,12 +60,11 @@ void* realloc(void* memory, size_t size)
 
 namespace {
 
-using Functions = QMap<QString, std::function<void()>>;
 
 /// What must stop the process, by the argument that the child is given.
-const Functions& fatalCalls()
+const FatalCalls& fatalCalls()
 {
-    static const Functions calls{
+    static const FatalCalls calls{
         {"pathWithParameters", [] { CMNode node(P("x:a?k=v")); }},
         {"twoNodesAtOnePath",
          [] {
@@ -911,15 +910,7 @@ private slots:
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
-    if (arguments.value(1) == QLatin1String("--fatal")) {
-        leaveNoCore();
-        fatalCalls().value(arguments.value(2))();
-        return 0;
-    }
-    tst_CMNodes test;
-    return QTest::qExec(&test, argc, argv);
+    return runTestOrFatalCall<tst_CMNodes>(argc, argv, fatalCalls());
 }
 
 #include "tst_cmnodes.moc"

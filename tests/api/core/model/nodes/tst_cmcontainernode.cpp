@@ -71,9 +71,9 @@ QVariantList column(const CMReply<OrvoRowsRoles>& reply, int index = 0)
     return values;
 }
 
-const QMap<QString, std::function<void()>>& fatalCalls()
+const FatalCalls& fatalCalls()
 {
-    static const QMap<QString, std::function<void()>> calls{
+    static const FatalCalls calls{
         {"fromIncluded >= 0", [] { CMContainerNode::loadContentData({}, -1, 0); }},
         {"fromIncluded <= toIncluded", [] { CMContainerNode::loadContentData({}, 2, 1); }},
         {"!elements.isEmpty()",
@@ -535,15 +535,7 @@ private slots:
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
-    if (arguments.value(1) == QLatin1String("--fatal")) {
-        leaveNoCore();
-        fatalCalls().value(arguments.value(2))();
-        return 0;
-    }
-    tst_CMContainerNode test;
-    return QTest::qExec(&test, argc, argv);
+    return runTestOrFatalCall<tst_CMContainerNode>(argc, argv, fatalCalls());
 }
 
 #include "tst_cmcontainernode.moc"

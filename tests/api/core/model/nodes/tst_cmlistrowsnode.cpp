@@ -138,9 +138,9 @@ CMReply<OrvoRowsRoles> read(const NodesFixture& f, const CMPath& path, const QSt
     return f.worker->getRows(path, 0, 99, version, roles);
 }
 
-const QMap<QString, std::function<void()>>& fatalCalls()
+const FatalCalls& fatalCalls()
 {
-    static const QMap<QString, std::function<void()>> calls{
+    static const FatalCalls calls{
         {"setBehindTheEnd", [] { List({"a"}).list->rowsSet(1, item("b")); }},
         {"setAtANegativePosition", [] { List({"a"}).list->rowsSet(-1, item("b")); }},
         // The second row would go to 3 + 2.
@@ -1095,15 +1095,7 @@ private slots:
 
 int main(int argc, char** argv)
 {
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
-    if (arguments.value(1) == QLatin1String("--fatal")) {
-        leaveNoCore();
-        fatalCalls().value(arguments.value(2))();
-        return 0;
-    }
-    tst_CMListRowsNode test;
-    return QTest::qExec(&test, argc, argv);
+    return runTestOrFatalCall<tst_CMListRowsNode>(argc, argv, fatalCalls());
 }
 
 #include "tst_cmlistrowsnode.moc"
