@@ -79,26 +79,6 @@ private:
     }
 };
 
-/// A client whose packets a test holds, reorders and drops, without a socket.
-class HeldClient : public CMRPCClient
-{
-public:
-    HeldClient() : CMRPCClient(nullptr, "held", serviceName("held")) {}
-
-    using CMRPCClient::on_socket_connected;
-    using CMRPCClient::on_socket_disconnected;
-    using CMRPCClient::processChange;
-    using CMRPCClient::processReply;
-
-    QList<OrvoRPCPacket> sent;
-
-    QString idOfSent(int index) const { return sent.at(index).request().id(); }
-    void answer(int index, const QVariant& value) { processReply(OrvoReply().setId(idOfSent(index)).setValue(value)); }
-
-protected:
-    void sendPacket(const OrvoRPCPacket& packet) override { sent.append(packet); }
-};
-
 /// A process that ends right after its ends of a link, without another turn of the event loop.
 int endAtOnce()
 {
@@ -827,76 +807,6 @@ private slots:
     {
         const ChildEnd end = runThisProgram({"--endAtOnce"});
         QVERIFY2(!end.stopped && end.exitCode == 0, end.errors.constData());
-    }
-
-    // Packets held, reordered and dropped without a socket
-
-    void repliesInAnyOrderFindTheirRequests()
-    {
-        HeldClient client;
-        QList<CMGetDataRequest> requests;
-        for (int i = 0; i < 5; ++i) {
-            requests.append(getData(QStringLiteral("p:%1").arg(i)));
-            client.getDataRequest(requests.last());
-        }
-        QCOMPARE(client.sent.size(), 5);
-        for (const int i : {3, 0, 4, 1, 2})
-            client.answer(i, QVariantList{i});
-        for (int i = 0; i < 5; ++i)
-            QCOMPARE(requests.at(i).reply().value(), QVariantList{i});
-        QCOMPARE(client.sent.size(), 5);
-    }
-
-    void aReplyThatComesTwiceCountsOnce()
-    {
-        LogCapture log("CMRPCClient", log4cplus::WARN_LOG_LEVEL);
-        HeldClient client;
-        const CMGetDataRequest request = getData("p:a");
-        client.getDataRequest(request);
-        client.answer(0, QVariantList{1});
-        client.answer(0, QVariantList{2});
-        QCOMPARE(request.reply().value(), QVariantList{1});
-        QCOMPARE(log.lines().size(), 1);
-    }
-
-    void aReplyThatCrossesACancelIsDropped()
-    {
-        LogCapture log("CMRPCClient", log4cplus::WARN_LOG_LEVEL);
-        HeldClient client;
-        const CMGetDataRequest request = getData("p:a");
-        client.getDataRequest(request);
-        request.reply().cancel();
-        QCOMPARE(client.sent.size(), 2);
-        QVERIFY(client.sent.at(1).request().cancel());
-        client.answer(0, QVariantList{1});
-        QCOMPARE(request.reply().error().name(), CMVoidReply::ErrorCancel());
-        QCOMPARE(log.lines().size(), 1);
-    }
-
-    void aDroppedRequestEndsWithItsClient()
-    {
-        const CMGetDataRequest request = getData("p:a");
-        {
-            HeldClient client;
-            client.getDataRequest(request);
-            client.sent.clear();
-            QVERIFY(!request.reply().isFinished());
-        }
-        QVERIFY(request.reply().isFinished());
-    }
-
-    void aRequestThatWasFinishedElsewhereInAnotherThreadIsCancelledLater()
-    {
-        HeldClient client;
-        const CMGetDataRequest request = getData("p:a");
-        client.getDataRequest(request);
-        std::thread([&] { request.reply().cancel(); }).join();
-        QCOMPARE(client.sent.size(), 1);
-        // The reply comes while the news of the end is still on its way to the client's thread.
-        client.answer(0, QVariantList{1});
-        deleteWaiting();
-        QCOMPARE(client.sent.size(), 1);
-        QCOMPARE(request.reply().error().name(), CMVoidReply::ErrorCancel());
     }
 };
 
