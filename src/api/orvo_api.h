@@ -10,6 +10,7 @@
 #include "core/model/cmerror.h"
 #include "core/model/cmeventqueue.h"
 #include "core/model/cmglobal.h"
+#include "core/model/cminitwatcher.h"
 #include "core/model/cmitem.h"
 #include "core/model/cmmetatypes.h"
 #include "core/model/cmnodes.h"
