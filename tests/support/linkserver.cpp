@@ -1,9 +1,11 @@
-// A service for the tests of the link between processes: linkserver NAME [--safe] [--value N] [--rows N]
+// A service for the tests of the link between processes: linkserver NAME [--safe] [--value N] [--rows N] [--random
+// SEED]
 //
 //   NAME:value   a number            NAME:text   a text
 //   NAME:list    N rows (10)         NAME:append an action that appends a row
 //   NAME:slow    a number that is told after as many milliseconds as its parameter "ms" says
 //   NAME:never   takes requests and never answers
+//   NAME:random  a list that changes at random, by as many steps as the action NAME:random/steps is told
 //   NAME:die     ends the process when it is asked or subscribed to, unless the service is started with --safe; then
 //                a list that grows by a row, and tells all kinds of change, with each set data
 
@@ -14,6 +16,7 @@
 #include "core/model/cmroot.h"
 #include "core/model/cmrpcserver.h"
 #include "records/orvoconstants.h"
+#include "support/randomrows.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -109,6 +112,23 @@ private:
     CMListRowsNode* const m_list;
 };
 
+class StepsNode : public CMActivateNode
+{
+public:
+    StepsNode(const CMPath& path, CMListRowsNode* list, quint32 seed) : CMActivateNode(path), m_script(list, seed)
+    {
+        m_script.steps(20);
+    }
+    QVariant activate(const QVariant& steps, const Params&) override
+    {
+        m_script.steps(steps.toInt());
+        return QVariant();
+    }
+
+private:
+    RandomRows m_script;
+};
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -136,6 +156,8 @@ int main(int argc, char** argv)
     for (int row = 0; row < number("--rows", 10); ++row)
         list->rowsAppend(OrvoRoles().setId(QString::number(row)));
     (new AppendNode(prefix + "append", list))->setNodes(nodes);
+    CMListRowsNode* random = CMListRowsNode::create(nodes, prefix + "random");
+    (new StepsNode(prefix + "random/steps", random, quint32(number("--random", 0))))->setNodes(nodes);
     (new SlowNode(prefix + "slow"))->setNodes(nodes);
     (new NeverNode(prefix + "never"))->setNodes(nodes);
     (new DyingNode(prefix + "die", arguments.contains("--safe")))->setNodes(nodes);
