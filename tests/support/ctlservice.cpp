@@ -81,6 +81,26 @@ public slots:
         m_rows->rowsRemoveAt(2);
         request.reply().setValue(QVariant());
     }
+    /// Each by its key: "insert", "remove" and "set" name a row, "move" two; "title" is the row's.
+    void edit(CMSetDataRequest request)
+    {
+        const QVariantHash step = request.value().toHash();
+        const QString title = step.value("title").toString();
+        const QVariantList move = step.value("move").toList();
+        if (step.contains("insert"))
+            m_rows->rowsInsert(step.value("insert").toInt(), OrvoRoles().setId(title).setTitle(title));
+        if (step.contains("remove"))
+            m_rows->rowsRemoveAt(step.value("remove").toInt());
+        if (step.contains("set")) {
+            const int row = step.value("set").toInt();
+            m_rows->rowsSet(row, m_rows->getRowRoles(row).setTitle(title));
+        }
+        if (move.size() == 2)
+            m_rows->rowsMove(move.at(0).toInt(), move.at(1).toInt());
+        if (step.contains("close"))
+            m_rows->nextRowsVersion(CMSubscribe::RowsChangeClose());
+        request.reply().setValue(QVariant());
+    }
     void crash(CMSetDataRequest) { _exit(9); }
 
 private:
@@ -164,6 +184,7 @@ private:
         CMActivateNode::create(nodes, path("echo"), m_action.data(), SLOT(echo(CMSetDataRequest)));
         CMActivateNode::create(nodes, path("fail"), m_action.data(), SLOT(fail(CMSetDataRequest)));
         CMActivateNode::create(nodes, path("shuffle"), m_action.data(), SLOT(shuffle(CMSetDataRequest)));
+        CMActivateNode::create(nodes, path("edit"), m_action.data(), SLOT(edit(CMSetDataRequest)));
         CMActivateNode::create(nodes, path("crash"), m_action.data(), SLOT(crash(CMSetDataRequest)));
     }
 

@@ -1,5 +1,6 @@
 #include "values.h"
 
+#include "core/model/cmroles.h"
 #include "core/orvo.h"
 #include "core/orvoJson.h"
 #include "failure.h"
@@ -118,4 +119,26 @@ QString roleText(const QVariant& value)
     default:
         return value.toString();
     }
+}
+
+QVariantHash rolesDifference(const QVariantHash& roles, const QVariantHash& old)
+{
+    QVariantHash changed;
+    for (auto it = roles.cbegin(); it != roles.cend(); ++it)
+        if (old.value(it.key()) != it.value())
+            changed.insert(it.key(), it.value());
+    for (auto it = old.cbegin(); it != old.cend(); ++it)
+        if (!roles.contains(it.key()))
+            changed.insert(it.key(), QVariant());
+    return changed;
+}
+
+QString rolesText(const QVariantHash& roles)
+{
+    QStringList parts;
+    const QStringList names = CMAllRoles();
+    for (const QString& name : names)
+        if (roles.contains(name))
+            parts.append(name + QLatin1Char('=') + roleText(roles.value(name)));
+    return parts.join(QLatin1Char(' '));
 }

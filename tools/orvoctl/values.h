@@ -18,3 +18,7 @@ QVariant parseJson(const QString& text);
 bool isFilled(const QVariant& value);
 /// A role's value as people read it; what is neither scalar nor a typed value is shown as JSON.
 QString roleText(const QVariant& value);
+/// Of `roles` those that are not so in `old`; of `old` those that are gone, as invalid variants.
+QVariantHash rolesDifference(const QVariantHash& roles, const QVariantHash& old);
+/// "role=value" for each role, in the order of CMAllRoles().
+QString rolesText(const QVariantHash& roles);

@@ -36,6 +36,7 @@ struct Verb
 Verb getVerb();
 Verb invokeVerb();
 Verb matchVerb();
+Verb mirrorVerb();
 Verb pingVerb();
 Verb rowsVerb();
 Verb setVerb();

@@ -45,29 +45,6 @@ QVariantHash toRoles(const QVariantList& values)
     return roles;
 }
 
-/// Of `roles` those that are not so in `old`; of `old` those that are gone, as invalid variants.
-QVariantHash difference(const QVariantHash& roles, const QVariantHash& old)
-{
-    QVariantHash changed;
-    for (auto it = roles.cbegin(); it != roles.cend(); ++it)
-        if (old.value(it.key()) != it.value())
-            changed.insert(it.key(), it.value());
-    for (auto it = old.cbegin(); it != old.cend(); ++it)
-        if (!roles.contains(it.key()))
-            changed.insert(it.key(), QVariant());
-    return changed;
-}
-
-QString rolesText(const QVariantHash& roles)
-{
-    QStringList parts;
-    const QStringList names = CMAllRoles();
-    for (const QString& name : names)
-        if (roles.contains(name))
-            parts.append(name + QLatin1Char('=') + roleText(roles.value(name)));
-    return parts.join(QLatin1Char(' '));
-}
-
 } // namespace
 
 Watcher::Watcher(Link& link, Output& output, int count) : m_link(link), m_output(output), m_left(count) {}
@@ -245,7 +222,7 @@ void Watcher::takeValue(Watched& watched, const QVariant& value)
 
 void Watcher::takeRoles(Watched& watched, const QVariantHash& roles, bool silentWhenEqual)
 {
-    const QVariantHash changed = difference(roles, watched.shown.toHash());
+    const QVariantHash changed = rolesDifference(roles, watched.shown.toHash());
     if (changed.isEmpty() && silentWhenEqual)
         return;
     watched.shown = roles;

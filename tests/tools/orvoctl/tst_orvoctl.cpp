@@ -1,3 +1,4 @@
+#include "ctlrun.h"
 #include "records/orvoconstants.h"
 
 #include <QCoreApplication>
@@ -15,75 +16,6 @@
 #include <csignal>
 #include <memory>
 #include <unistd.h>
-
-namespace {
-
-/// How a run of the tool ended and what it wrote.
-struct Run
-{
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-
-    QJsonObject json() const { return QJsonDocument::fromJson(out).object(); }
-    QList<QByteArray> lines() const { return out.trimmed().split('\n'); }
-};
-
-constexpr int longEnoughMs = 20000;
-
-Run end(QProcess& process)
-{
-    Run run;
-    const bool ended = process.state() == QProcess::NotRunning || process.waitForFinished(longEnoughMs);
-    if (ended && process.exitStatus() == QProcess::NormalExit)
-        run.status = process.exitCode();
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    return run;
-}
-
-Run orvoctl(const QStringList& arguments)
-{
-    QProcess process;
-    process.start(ORVO_TEST_ORVOCTL, arguments);
-    return end(process);
-}
-
-Run bash(const QString& script)
-{
-    QProcess process;
-    process.start(QStringLiteral("bash"), {QStringLiteral("-c"), script});
-    return end(process);
-}
-
-/// A run that goes on; what it has written so far.
-class Running
-{
-public:
-    explicit Running(const QStringList& arguments) { m_process.start(ORVO_TEST_ORVOCTL, arguments); }
-
-    QProcess& process() { return m_process; }
-    QByteArray out()
-    {
-        m_process.waitForReadyRead(10);
-        return m_out += m_process.readAllStandardOutput();
-    }
-    QByteArray err() { return m_err += m_process.readAllStandardError(); }
-    int stop(int signal)
-    {
-        kill(pid_t(m_process.processId()), signal);
-        return m_process.waitForFinished(longEnoughMs) && m_process.exitStatus() == QProcess::NormalExit
-                   ? m_process.exitCode()
-                   : -1;
-    }
-
-private:
-    QProcess m_process;
-    QByteArray m_out;
-    QByteArray m_err;
-};
-
-} // namespace
 
 class tst_orvoctl : public QObject
 {
@@ -174,11 +106,8 @@ void tst_orvoctl::cleanup()
 
 void tst_orvoctl::startService()
 {
-    m_service.reset(new QProcess);
-    m_service->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_service->start(ORVO_TEST_CTLSERVICE, {m_name});
-    QVERIFY(m_service->waitForReadyRead(longEnoughMs));
-    QCOMPARE(m_service->readLine(), QByteArray("ready\n"));
+    m_service = startCtlService(m_name);
+    QVERIFY(m_service);
 }
 
 void tst_orvoctl::killService()
