@@ -1,12 +1,12 @@
 #include "core/model/cminitwatcher.h"
 
+#include "cmremoteworker.h"
 #include "core/model/cmitem.h"
-#include "core/model/cmmetatypes.h"
 #include "core/model/cmroles.h"
-#include "core/model/cmroot.h"
 #include "core/model/cmsubscribe.h"
 #include "core/model/cmvalueitem.h"
 #include "logcapture.h"
+#include "nodetest.h"
 #include "support/linkfixture.h"
 
 #include <QPointer>
@@ -93,9 +93,8 @@ private:
 private slots:
     void initTestCase()
     {
-        orvoRegisterMetaTypes();
         m_worker = new ScriptedWorker;
-        CMRoot_setInstance(m_worker);
+        ForwardingRoot::instance()->reset(m_worker);
     }
     void cleanupTestCase() { delete m_worker; }
     void init()
@@ -353,6 +352,29 @@ private slots:
         QTRY_VERIFY(!watcher);
         turn();
         QCOMPARE(m_owner->said, QStringList("done"));
+    }
+
+    void itemsOfAnotherProcessAreWaitedFor()
+    {
+        const QString name = serviceName("init");
+        ServerProcess server(name);
+        CMRemoteWorker remote("me", name);
+        ForwardingRoot::instance()->reset(&remote);
+        const CMPath prefix = CMPath::fromPrefix(name);
+        const CMValueItem* value =
+            m_watcher->newCMValueItem(prefix + "value", m_owner, SLOT(onValue(OrvoValue,OrvoValue)));
+        const CMItem* item = m_watcher->newCMItem(prefix + "list", m_owner, SLOT(onRoles(OrvoRoles,OrvoRoles)));
+        // The service comes up later than the one that waits for it.
+        turn();
+        QVERIFY(server.start({"--value", "5"}));
+        QTRY_COMPARE_WITH_TIMEOUT(m_owner->said, QStringList("done"), 10000);
+        QCOMPARE(value->value().i32_(), 5);
+        QCOMPARE(item->roles().path(), prefix + "list");
+        remote.setValue(prefix + "value", OrvoValue().setI32_(6));
+        QTRY_COMPARE(m_owner->said.mid(1), QStringList("6 <- 5"));
+        delete m_watcher;
+        deleteWaiting();
+        ForwardingRoot::instance()->reset(m_worker);
     }
 
     void itMayDieWhileItWaits()
