@@ -4,6 +4,7 @@
 
 #include "core/model/cmabstractworker.h"
 #include "core/model/cmasyncworker.h"
+#include "core/model/cmbrowser.h"
 #include "core/model/cmchangesmerger.h"
 #include "core/model/cmdatatransfer.h"
 #include "core/model/cmedit.h"
@@ -25,6 +26,8 @@
 #include "core/model/cmroot.h"
 #include "core/model/cmrowsclone.h"
 #include "core/model/cmrowsfetcher.h"
+#include "core/model/cmrowsbrowser.h"
+#include "core/model/cmrowswindow.h"
 #include "core/model/cmrpcclient.h"
 #include "core/model/cmrpccommon.h"
 #include "core/model/cmrpcconnection.h"
