@@ -3,6 +3,7 @@
 //
 //   NAME:value   a number            NAME:text   a text
 //   NAME:list    N rows (10)         NAME:append an action that appends a row
+//   NAME:edit    an action that changes the list: "insert POS ID", "remove POS", "move FROM TO", "set POS ID", "clear"
 //   NAME:slow    a number that is told after as many milliseconds as its parameter "ms" says
 //   NAME:never   takes requests and never answers
 //   NAME:random  a list that changes at random, by as many steps as the action NAME:random/steps is told
@@ -129,6 +130,32 @@ private:
     RandomRows m_script;
 };
 
+class EditNode : public CMActivateNode
+{
+public:
+    EditNode(const CMPath& path, CMListRowsNode* list) : CMActivateNode(path), m_list(list) {}
+    QVariant activate(const QVariant& value, const Params&) override
+    {
+        const QStringList words = value.toString().split(' ');
+        const int pos = words.value(1).toInt();
+        const OrvoRoles row = OrvoRoles().setId(words.value(2));
+        if (words.first() == "insert")
+            m_list->rowsInsert(pos, row);
+        else if (words.first() == "remove")
+            m_list->rowsRemoveAt(pos);
+        else if (words.first() == "move")
+            m_list->rowsMove(pos, words.value(2).toInt());
+        else if (words.first() == "set")
+            m_list->rowsSet(pos, row);
+        else
+            m_list->rowsClear();
+        return m_list->rowsSize();
+    }
+
+private:
+    CMListRowsNode* const m_list;
+};
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -158,6 +185,7 @@ int main(int argc, char** argv)
     (new AppendNode(prefix + "append", list))->setNodes(nodes);
     CMListRowsNode* random = CMListRowsNode::create(nodes, prefix + "random");
     (new StepsNode(prefix + "random/steps", random, quint32(number("--random", 0))))->setNodes(nodes);
+    (new EditNode(prefix + "edit", list))->setNodes(nodes);
     (new SlowNode(prefix + "slow"))->setNodes(nodes);
     (new NeverNode(prefix + "never"))->setNodes(nodes);
     (new DyingNode(prefix + "die", arguments.contains("--safe")))->setNodes(nodes);

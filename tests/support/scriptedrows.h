@@ -5,6 +5,7 @@
 #include "core/model/cmrowsbrowser.h"
 #include "linkfixture.h"
 
+#include <QPointer>
 #include <QTimer>
 
 /// The values of a row that has only an id, as all roles of it are read.
@@ -20,19 +21,22 @@ inline QVariantList rowValues(const QString& id)
 class ScriptedRows
 {
 public:
-    /// The rows' ids are the letter and their numbers.
-    explicit ScriptedRows(int radius = 1, int rows = 0, const QString& letter = QStringLiteral("r"))
+    /// The rows' ids are "r" and their numbers.
+    explicit ScriptedRows(int radius = 1, int rows = 0) : alive(new CMRowsBrowser), browser(*alive), m_radius(radius)
     {
         for (int row = 0; row < rows; ++row)
-            ids.append(letter + QString::number(row));
+            ids.append(QLatin1Char('r') + QString::number(row));
         browser.setWorker(&worker);
         browser.setRoles(CMAllRoles());
         browser.setRadius(radius);
         browser.setPath(CMPath::fromEncoded("p:list"));
         browser.setActive(true);
-        m_radius = radius;
     }
-    ~ScriptedRows() { worker.clear(); }
+    ~ScriptedRows()
+    {
+        delete alive;
+        worker.clear();
+    }
 
     int requests() const { return worker.requests.size(); }
     CMGetRowsRequest request() const { return worker.last<CMGetRowsRequest>(); }
@@ -72,11 +76,11 @@ public:
         request().reply().setError(CMError(name, QStringLiteral("message"), QString()));
         turn();
     }
-    void turn() { QCoreApplication::sendPostedEvents(&browser, QEvent::MetaCall); }
-    /// Loads until nothing is missing.
+    void turn() { QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall); }
+    /// Loads until nothing is missing, or for ever so long.
     void load()
     {
-        while (look() != QStringLiteral("nothing"))
+        for (int i = 0; i < 100 && look() != QStringLiteral("nothing"); ++i)
             answer();
     }
     void deliver(const QStringList& changes, int newVersion, int oldVersion)
@@ -118,10 +122,12 @@ public:
     int count = -1;
     OrvoRoles listRoles;
     OrvoRowsRoles rowsRoles;
-    CMRowsBrowser browser;
+    /// A test may destroy the browser.
+    const QPointer<CMRowsBrowser> alive;
+    CMRowsBrowser& browser;
 
 private:
-    int m_radius;
+    const int m_radius;
 };
 
 /// What a browser tells, in order. updated() is counted only.
