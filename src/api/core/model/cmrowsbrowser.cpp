@@ -11,6 +11,8 @@
 
 #include <QTimer>
 
+#include <climits>
+
 namespace {
 
 ORVO_LOGGER("CMRowsBrowser")
@@ -213,7 +215,9 @@ void CMRowsBrowser::setCurrentRow(int row)
     if (row == m_currentRow)
         return;
     const RowsCount count = size();
-    if (row < 0 || (!count.isUnknown() && row >= count)) {
+    // An open-ended list ends where row numbers around the current one would.
+    const int end = count.isUnknown() ? INT_MAX - 2 * m_items.size() : count.count();
+    if (row < 0 || row >= end) {
         LOG4CPLUS_ERROR(logger(), "invalid parameter: currentRow:" << row << ", size: " << count.count()
                                                                    << " activeCurrentRow: " << m_currentRow);
         return;
@@ -285,79 +289,6 @@ void CMRowsBrowser::tellLost(const Lost& lost)
 void CMRowsBrowser::dropItems()
 {
     tellLost(takeItems());
-}
-
-CMRowsBrowser::RowsCount CMRowsBrowser::size() const
-{
-    const int count = isEndKnown() ? m_rowsCount : m_currentRow + m_radius;
-    return {count + m_acceptRows, m_rowsCountUnknown};
-}
-
-OrvoRoles CMRowsBrowser::item(int row) const
-{
-    if (m_expandAccept && row >= m_rowsCount && (isEndKnown() || row > m_currentRow + m_radius)) {
-        const OrvoRoles accept = m_rowsRoles.roles().accept();
-        LOG4CPLUS_TRACE(logger(), "Returning accept roles: " << accept);
-        return accept;
-    }
-    const RowConstIterator slot = getIteratorForRow(row);
-    return slot == m_items.end() ? OrvoRoles() : slot->roles;
-}
-
-int CMRowsBrowser::indexOf(int row) const
-{
-    Q_ASSERT(m_currentRow >= 0);
-    const qint64 index = qint64(row) - m_currentRow + centre();
-    return index < 0 || index >= m_items.size() ? m_items.size() : int(index);
-}
-
-CMRowsBrowser::RowIterator CMRowsBrowser::getIteratorForRow(int row)
-{
-    return {&m_items, indexOf(row)};
-}
-
-CMRowsBrowser::RowConstIterator CMRowsBrowser::getIteratorForRow(int row) const
-{
-    return {&m_items, indexOf(row)};
-}
-
-CMRowsBrowser::RowConstIterator CMRowsBrowser::getIteratorBeginActiveRange() const
-{
-    return {&m_items, centre() - qMin(m_currentRow, m_radius)};
-}
-
-CMRowsBrowser::RowConstIterator CMRowsBrowser::getIteratorEndActiveRange() const
-{
-    Q_ASSERT(m_rowsCountUnknown || m_currentRow <= m_rowsCount);
-    const RowConstIterator begin = getIteratorBeginActiveRange();
-    if (!isEndKnown())
-        return {&m_items, centre() + m_radius + 1};
-    // In an open-ended list the current row may lie behind the rows that are known: then the range is empty.
-    const int rowsAhead = qMin(m_rowsCount - m_currentRow, m_radius + 1);
-    return {&m_items, qMax(begin.index(), centre() + rowsAhead)};
-}
-
-std::pair<int, int> CMRowsBrowser::calculateFromToRow() const
-{
-    if (m_version < 0)
-        return {qMax(0, m_currentRow - m_radius), m_currentRow + m_radius};
-    const RowConstIterator end = getIteratorEndActiveRange();
-    RowConstIterator first = getIteratorBeginActiveRange();
-    while (first != end && first->isLoaded())
-        ++first;
-    if (first == end) {
-        LOG4CPLUS_TRACE(logger(), "No empty rows in active range, all done");
-        return {-1, -1};
-    }
-    RowConstIterator next = first;
-    do
-        ++next;
-    while (next != end && !next->isLoaded());
-    const int from = rowAt(first.index());
-    if (next != end)
-        return {from, rowAt(next.index()) - 1};
-    const int to = m_currentRow + m_radius;
-    return {from, isEndKnown() ? qMin(to, m_rowsCount - 1) : to};
 }
 
 void CMRowsBrowser::trigger(int delay)

@@ -1,13 +1,17 @@
-// How answers and changes of single rows move the window of a CMRowsBrowser.
+// The window of a CMRowsBrowser: what it shows, what of it is missing, and how changes of single rows move it.
 //
-// In each step the slots, the count and the current row agree again before the first signal goes out: whoever hears it
-// may move the current row.
+// In each change the slots, the count and the current row agree again before the first signal goes out: whoever hears
+// it may move the current row.
 
 #include "core/model/cmrowsbrowser_p.h"
+
+#include "core/orvoLog_p.h"
 
 #include <climits>
 
 namespace {
+
+ORVO_LOGGER("CMRowsBrowser")
 
 /// The number of a change string; false when it is none.
 bool parse(const QString& text, int* number)
@@ -18,6 +22,79 @@ bool parse(const QString& text, int* number)
 }
 
 } // namespace
+
+CMRowsBrowser::RowsCount CMRowsBrowser::size() const
+{
+    const int count = isEndKnown() ? m_rowsCount : m_currentRow + m_radius;
+    return {count + m_acceptRows, m_rowsCountUnknown};
+}
+
+OrvoRoles CMRowsBrowser::item(int row) const
+{
+    if (m_expandAccept && row >= m_rowsCount && (isEndKnown() || row > m_currentRow + m_radius)) {
+        const OrvoRoles accept = m_rowsRoles.roles().accept();
+        LOG4CPLUS_TRACE(logger(), "Returning accept roles: " << accept);
+        return accept;
+    }
+    const RowConstIterator slot = getIteratorForRow(row);
+    return slot == m_items.end() ? OrvoRoles() : slot->roles;
+}
+
+int CMRowsBrowser::indexOf(int row) const
+{
+    Q_ASSERT(m_currentRow >= 0);
+    const qint64 index = qint64(row) - m_currentRow + centre();
+    return index < 0 || index >= m_items.size() ? m_items.size() : int(index);
+}
+
+CMRowsBrowser::RowIterator CMRowsBrowser::getIteratorForRow(int row)
+{
+    return {&m_items, indexOf(row)};
+}
+
+CMRowsBrowser::RowConstIterator CMRowsBrowser::getIteratorForRow(int row) const
+{
+    return {&m_items, indexOf(row)};
+}
+
+CMRowsBrowser::RowConstIterator CMRowsBrowser::getIteratorBeginActiveRange() const
+{
+    return {&m_items, centre() - qMin(m_currentRow, m_radius)};
+}
+
+CMRowsBrowser::RowConstIterator CMRowsBrowser::getIteratorEndActiveRange() const
+{
+    Q_ASSERT(m_rowsCountUnknown || m_currentRow <= m_rowsCount);
+    const RowConstIterator begin = getIteratorBeginActiveRange();
+    if (!isEndKnown())
+        return {&m_items, centre() + m_radius + 1};
+    // In an open-ended list the current row may lie behind the rows that are known: then the range is empty.
+    const int rowsAhead = qMin(m_rowsCount - m_currentRow, m_radius + 1);
+    return {&m_items, qMax(begin.index(), centre() + rowsAhead)};
+}
+
+std::pair<int, int> CMRowsBrowser::calculateFromToRow() const
+{
+    if (m_version < 0)
+        return {qMax(0, m_currentRow - m_radius), m_currentRow + m_radius};
+    const RowConstIterator end = getIteratorEndActiveRange();
+    RowConstIterator first = getIteratorBeginActiveRange();
+    while (first != end && first->isLoaded())
+        ++first;
+    if (first == end) {
+        LOG4CPLUS_TRACE(logger(), "No empty rows in active range, all done");
+        return {-1, -1};
+    }
+    RowConstIterator next = first;
+    do
+        ++next;
+    while (next != end && !next->isLoaded());
+    const int from = rowAt(first.index());
+    if (next != end)
+        return {from, rowAt(next.index()) - 1};
+    const int to = m_currentRow + m_radius;
+    return {from, isEndKnown() ? qMin(to, m_rowsCount - 1) : to};
+}
 
 void CMRowsBrowser::applyChange(const QString& change)
 {

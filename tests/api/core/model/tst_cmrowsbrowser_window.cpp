@@ -262,6 +262,19 @@ private slots:
         QCOMPARE(list.look(), QString("5 9 3"));
     }
 
+    void anOpenEndedListEndsWithTheNumbers()
+    {
+        ScriptedRows list(2, 0);
+        list.listRoles.setUnknownSize(true);
+        list.look();
+        list.answer();
+        list.browser.setCurrentRow(INT_MAX);
+        QCOMPARE(list.browser.currentRow(), 0);
+        list.browser.setCurrentRow(INT_MAX - 100);
+        QCOMPARE(list.look(), QString("%1 %2 3").arg(INT_MAX - 102).arg(INT_MAX - 98));
+        QVERIFY(list.browser.size().count() > 0);
+    }
+
     void anOpenEndedListKeepsItsLastCount()
     {
         ScriptedRows list(2, 20);
