@@ -4,9 +4,11 @@
 #include "records/orvovalue.h"
 
 #include <QCryptographicHash>
+#include <QDBusConnection>
 #include <QDateTime>
 #include <QDebug>
 #include <QObject>
+#include <QThread>
 #include <QUuid>
 
 #include <ctime>
@@ -107,4 +109,26 @@ void orvoSetThreadName(const QString& name)
         qDebug() << "orvoSetThreadName"
                  << ": truncate thread name" << full << cut;
     prctl(PR_SET_NAME, cut.constData());
+}
+
+QDBusConnection orvoDBusConnection()
+{
+    return QDBusConnection::connectToBus(
+        QDBusConnection::SystemBus,
+        QStringLiteral("orvoConn-%1").arg(reinterpret_cast<quintptr>(QThread::currentThread())));
+}
+
+double orvoScaleVolume(double sourceVolume, double sourceMaxVolume, double destinationMaxVolume)
+{
+    Q_ASSERT(sourceMaxVolume >= 0);
+    Q_ASSERT(destinationMaxVolume >= 0);
+    Q_ASSERT(sourceVolume >= 0 && sourceVolume <= sourceMaxVolume);
+    if (sourceMaxVolume == 0)
+        return destinationMaxVolume;
+    return destinationMaxVolume * sourceVolume / sourceMaxVolume;
+}
+
+int orvoScaleVolume(double sourceVolume, double sourceMaxVolume, int destinationMaxVolume)
+{
+    return int(orvoScaleVolume(sourceVolume, sourceMaxVolume, double(destinationMaxVolume)) + 0.5);
 }

@@ -7,6 +7,7 @@
 
 class OrvoValue;
 class QByteArray;
+class QDBusConnection;
 class QDateTime;
 class QObject;
 
@@ -38,3 +39,11 @@ QString orvoValueToQString(const OrvoValue& value);
 
 /// Names the calling thread for the kernel, cut to 15 bytes of UTF-8.
 void orvoSetThreadName(const QString& name);
+
+/// The calling thread's own connection to the system bus; to be used in that thread alone.
+QDBusConnection orvoDBusConnection();
+
+/// The volume on another scale; on a scale of 0 every volume is the top of the other. All of them 0 or above.
+double orvoScaleVolume(double sourceVolume, double sourceMaxVolume, double destinationMaxVolume);
+/// The same, rounded.
+int orvoScaleVolume(double sourceVolume, double sourceMaxVolume, int destinationMaxVolume);
