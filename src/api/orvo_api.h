@@ -2,6 +2,7 @@
 
 // Everything that orvo::api offers.
 
+#include "core/appWatchdog.h"
 #include "core/model/cmabstractworker.h"
 #include "core/model/cmasyncworker.h"
 #include "core/model/cmbrowser.h"
