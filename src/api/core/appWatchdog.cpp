@@ -88,9 +88,9 @@ void AppProcess::setupChildProcess()
         if (initgroups(m_user->pw_name, m_user->pw_gid) != 0)
             fwrite(noGroups, 1, sizeof noGroups - 1, stderr);
         // The group first: without the old user's rights it could not be changed.
-        if (setregid(m_user->pw_gid, m_user->pw_gid) != 0)
-            fwrite(noUser, 1, sizeof noUser - 1, stderr);
-        if (setreuid(m_user->pw_uid, m_user->pw_uid) != 0)
+        const bool groupChanged = setregid(m_user->pw_gid, m_user->pw_gid) == 0;
+        const bool userChanged = setreuid(m_user->pw_uid, m_user->pw_uid) == 0;
+        if (!groupChanged || !userChanged)
             fwrite(noUser, 1, sizeof noUser - 1, stderr);
     }
     // A change of the user clears it, so it comes last.
