@@ -357,6 +357,8 @@ private slots:
     void aChildThatHangsWithItsNameTakenStallsNothing()
     {
         const auto watchdog = this->watchdog({"ping:/", QString("take:") + service, "raise:19"});
+        // One that nobody asked for yet, so that nothing is known of it already.
+        watchdog->setDBusPingMethod("/", "org.example.unheard", "ping", true);
         watchdog->setDBusPingInterval(50, 0);
         QTimer beat;
         QElapsedTimer sinceBeat;
