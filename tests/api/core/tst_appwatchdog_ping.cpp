@@ -5,6 +5,7 @@
 
 #include <QDBusAbstractInterface>
 #include <QDBusConnectionInterface>
+#include <QDBusPendingCallWatcher>
 #include <QElapsedTimer>
 #include <QSignalSpy>
 
@@ -231,19 +232,22 @@ private slots:
         QVERIFY(!watchdog->findChild<QDBusAbstractInterface*>());
     }
 
-    void thePingIsSetOnlyWithABusName_data()
+    void thePingNeedsABusNameAndAnAnswerAPing_data()
     {
         QTest::addColumn<QString>("what");
-        QTest::newRow("the interval") << "interval";
-        QTest::newRow("the method") << "method";
+        QTest::addColumn<QByteArray>("assertion");
+        QTest::newRow("the interval") << "interval" << QByteArray("m_dbusServiceWatcher");
+        QTest::newRow("the method") << "method" << QByteArray("m_dbusServiceWatcher");
+        QTest::newRow("an answer without a question") << "answer" << QByteArray("call = m_dbusPingCallWatcher");
     }
 
-    void thePingIsSetOnlyWithABusName()
+    void thePingNeedsABusNameAndAnAnswerAPing()
     {
         QFETCH(QString, what);
         const ChildEnd end = runThisProgram({"--without-name", what});
         QVERIFY(end.stopped);
-        QVERIFY2(end.errors.contains("\"m_dbusServiceWatcher\""), end.errors.constData());
+        QFETCH(QByteArray, assertion);
+        QVERIFY2(end.errors.contains('"' + assertion + '"'), end.errors.constData());
     }
 
     // The ping
@@ -409,6 +413,9 @@ int main(int argc, char** argv)
         AppWatchdog watchdog("svc", "/bin/true", {});
         if (arguments.value(2) == QLatin1String("interval"))
             watchdog.setDBusPingInterval(1000, 1000);
+        else if (arguments.value(2) == QLatin1String("answer"))
+            QMetaObject::invokeMethod(&watchdog, "dbusPingCallFinished",
+                                      Q_ARG(QDBusPendingCallWatcher*, static_cast<QDBusPendingCallWatcher*>(nullptr)));
         else
             watchdog.setDBusPingMethod("/", "org.orvo.ping", "ping", true);
         return 0;
