@@ -44,6 +44,11 @@ inline char stateOf(int pid)
     return stat.mid(stat.lastIndexOf(')') + 2, 1).toStdString().c_str()[0];
 }
 
+inline bool endsSoon(int pid)
+{
+    return QTest::qWaitFor([pid] { return stateOf(pid) == 0 || stateOf(pid) == 'Z'; }, 10000);
+}
+
 inline int openFiles()
 {
     return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
