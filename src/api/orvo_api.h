@@ -53,6 +53,7 @@
 #include "core/orvoJson.h"
 #include "core/orvoLanguage.h"
 #include "core/orvoMimeTypes.h"
+#include "core/orvoNamedPipe.h"
 #include "core/orvoQHash.h"
 #include "core/orvoUrl.h"
 #include "core/serviceValueSynchronizer.h"
