@@ -52,6 +52,7 @@
 #include "core/orvo.h"
 #include "core/orvoJson.h"
 #include "core/orvoLanguage.h"
+#include "core/orvoLogger.h"
 #include "core/orvoMimeTypes.h"
 #include "core/orvoNamedPipe.h"
 #include "core/orvoQHash.h"

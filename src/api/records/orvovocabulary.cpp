@@ -62,3 +62,34 @@ OrvoRolesContainerType::Enum OrvoRolesContainerType::fromString(const QString& t
             return type;
     return None_;
 }
+
+QString OrvoLogLevel::toString(Enum level)
+{
+    switch (level) {
+    case Default:
+        break;
+    case Trace:
+        return QStringLiteral("trace");
+    case Debug:
+        return QStringLiteral("debug");
+    case Info:
+        return QStringLiteral("info");
+    case Warn:
+        return QStringLiteral("warn");
+    case Error:
+        return QStringLiteral("error");
+    case Fatal:
+        return QStringLiteral("fatal");
+    case Off:
+        return QStringLiteral("off");
+    }
+    return QString();
+}
+
+OrvoLogLevel::Enum OrvoLogLevel::fromString(const QString& text)
+{
+    for (Enum level : {Trace, Debug, Info, Warn, Error, Fatal, Off})
+        if (toString(level) == text.toLower())
+            return level;
+    return Default;
+}

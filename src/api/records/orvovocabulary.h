@@ -152,4 +152,9 @@ struct OrvoLogLevel
         Fatal = 50000,
         Off = 60000,
     };
+
+    /// The name in lower case; empty for Default and for numbers that are no enumerator.
+    static QString toString(Enum level);
+    /// In any case of letters; Default for a text that names no level.
+    static Enum fromString(const QString& text);
 };

@@ -794,6 +794,21 @@ private slots:
         QCOMPARE(OrvoRolesType::toString(OrvoRolesType::Enum(99)), QString());
     }
 
+    void logLevelsAndTheirTexts()
+    {
+        const QMap<int, QString> texts{{0, "trace"},     {10000, "debug"}, {20000, "info"}, {30000, "warn"},
+                                       {40000, "error"}, {50000, "fatal"}, {60000, "off"}};
+        for (auto it = texts.cbegin(); it != texts.cend(); ++it) {
+            QCOMPARE(OrvoLogLevel::toString(OrvoLogLevel::Enum(it.key())), it.value());
+            QCOMPARE(int(OrvoLogLevel::fromString(it.value())), it.key());
+            QCOMPARE(int(OrvoLogLevel::fromString(it.value().toUpper())), it.key());
+        }
+        QCOMPARE(OrvoLogLevel::toString(OrvoLogLevel::Default), QString());
+        QCOMPARE(OrvoLogLevel::toString(OrvoLogLevel::Enum(1)), QString());
+        for (const char* text : {"", "default", "loud", " info"})
+            QCOMPARE(OrvoLogLevel::fromString(text), OrvoLogLevel::Default);
+    }
+
     void containerTypesTravelAsText()
     {
         QCOMPARE(int(OrvoRolesContainerType::Context_), 100);
