@@ -56,6 +56,7 @@
 #include "core/orvoMimeTypes.h"
 #include "core/orvoNamedPipe.h"
 #include "core/orvoQHash.h"
+#include "core/orvoStacktrace.h"
 #include "core/orvoUrl.h"
 #include "core/serviceValueSynchronizer.h"
 #include "core/systemAttenuationProxy.h"
