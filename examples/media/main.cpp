@@ -5,6 +5,8 @@
 
 #include "core/model/cmmetatypes.h"
 #include "core/model/cmrpccommon.h"
+#include "core/orvoLogger.h"
+#include "core/orvoStacktrace.h"
 #include "medialog.h"
 
 #include <QCommandLineParser>
@@ -30,7 +32,7 @@ int fail(Status status, const QString& text)
 void configureLogging(const QString& file)
 {
     if (!file.isEmpty()) {
-        log4cplus::PropertyConfigurator::doConfigure(file.toStdString());
+        OrvoLogger::instance()->loadConfiguration(file);
         return;
     }
     log4cplus::helpers::Properties properties;
@@ -61,6 +63,7 @@ int main(int argc, char** argv)
         qputenv("QT_NO_GLIB", "1");
     QCoreApplication application(argc, argv);
     const UnixSignals unixSignals;
+    orvoStacktrace::install();
     QCoreApplication::setApplicationName(QStringLiteral("media"));
 
     QCommandLineParser parser;

@@ -5,6 +5,7 @@
 #include "core/model/cmrpcclient.h"
 #include "failure.h"
 #include "link.h"
+#include "logfile.h"
 #include "output.h"
 #include "records/orvoconstants.h"
 #include "records/orvoroles.h"
@@ -118,6 +119,29 @@ QStringList roleCandidates(Link& link, const QString& place, bool ofRows)
     return present.isEmpty() ? all : present;
 }
 
+/// The files and folders that the word may become.
+QStringList fileCandidates(const QString& word)
+{
+    const QString folder = word.left(word.lastIndexOf(QLatin1Char('/')) + 1);
+    const QDir dir(folder.isEmpty() ? QStringLiteral(".") : folder);
+    QStringList candidates;
+    const QFileInfoList entries = dir.entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    for (const QFileInfo& entry : entries)
+        candidates.append(folder + entry.fileName() + (entry.isDir() ? QStringLiteral("/") : QString()));
+    return candidates;
+}
+
+QStringList loggerCandidates(const QString& file)
+{
+    QStringList candidates;
+    try {
+        const LogFile logFile(file);
+        for (const LogFile::Logger& logger : logFile.loggers())
+            candidates.append(logger.name);
+    } catch (const Failure&) {}
+    return candidates;
+}
+
 QStringList optionCandidates(const Verb& verb)
 {
     QStringList candidates;
@@ -141,8 +165,13 @@ QStringList candidatesFor(const QStringList& words)
     if (word.startsWith(QLatin1Char('-')))
         return optionCandidates(*verb);
 
-    Link link(timeoutMs);
     const QString name = verb->name;
+    if (name == QLatin1String("log"))
+        return words.size() == 2   ? fileCandidates(word)
+               : words.size() == 3 ? loggerCandidates(words.at(1))
+               : words.size() == 4 ? logLevelNames()
+                                   : QStringList();
+    Link link(timeoutMs);
     const QString place = words.value(1);
     const QString before = words.at(words.size() - 2);
     if (before == QLatin1String("--type"))

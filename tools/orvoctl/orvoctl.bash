@@ -9,7 +9,7 @@ _orvoctl()
     [[ $line == *[[:space:]] ]] && words+=("")
     local current=${words[-1]}
     mapfile -t COMPREPLY < <("${words[0]}" __complete "${words[@]:1}" 2>/dev/null)
-    if ((${#COMPREPLY[@]} == 1)) && [[ ${COMPREPLY[0]} == *: ]]; then
+    if ((${#COMPREPLY[@]} == 1)) && [[ ${COMPREPLY[0]} == *[:/] ]]; then
         compopt -o nospace 2>/dev/null
     fi
     # What stands ahead of the last break is on the line already.

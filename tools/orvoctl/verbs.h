@@ -3,6 +3,7 @@
 #include "arguments.h"
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 class CMPath;
@@ -35,6 +36,7 @@ struct Verb
 
 Verb getVerb();
 Verb invokeVerb();
+Verb logVerb();
 Verb matchVerb();
 Verb mirrorVerb();
 Verb pingVerb();
@@ -51,6 +53,9 @@ const Verb* findVerb(const QString& name);
 
 QString generalHelp();
 QString verbHelp(const Verb& verb);
+
+/// What the log verb takes for a level, the most talkative first.
+QStringList logLevelNames();
 
 /// The path of an argument. Throws for one that names no service.
 CMPath pathArgument(const QString& text);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -45,6 +46,17 @@ inline Run bash(const QString& script)
     QProcess process;
     process.start(QStringLiteral("bash"), {QStringLiteral("-c"), script});
     return end(process);
+}
+
+/// What bash's completion offers for the line, by the installed script.
+inline QStringList completions(const QString& line)
+{
+    const QString script = QStringLiteral("source '%1'; PATH='%2':$PATH; COMP_LINE='%3'; COMP_POINT=${#COMP_LINE}; "
+                                          "_orvoctl; printf '%s\\n' \"${COMPREPLY[@]}\"")
+                               .arg(ORVO_TEST_COMPLETION, QFileInfo(ORVO_TEST_ORVOCTL).path(), line);
+    const Run run = bash(script);
+    return run.err.isEmpty() ? QString::fromUtf8(run.out).split('\n', Qt::SkipEmptyParts)
+                             : QStringList(QString::fromUtf8(run.err));
 }
 
 /// A run that goes on; what it has written so far.

@@ -29,7 +29,7 @@ private:
     QStringList named(QStringList words) const { return words.replaceInStrings(QStringLiteral("@"), m_name); }
     Run ctl(const QString& words) const { return orvoctl(named(words.split(QLatin1Char(' ')))); }
     QByteArray bytes(const QString& text) const { return named(text).toUtf8(); }
-    QStringList completions(const QString& line) const;
+    QStringList completions(const QString& line) const { return ::completions(named(line)); }
 
     /// Not the beginning of the name of another run.
     const QString m_name = QStringLiteral("ctltest%1x").arg(getpid());
@@ -665,24 +665,13 @@ void tst_orvoctl::everyVerbHasHelp()
 {
     const Run general = orvoctl({"--help"});
     QCOMPARE(general.status, 0);
-    for (const char* verb : {"get", "rows", "match", "set", "invoke", "watch", "wait", "tree", "ping"}) {
+    for (const char* verb : {"get", "rows", "match", "set", "invoke", "watch", "wait", "tree", "ping", "log"}) {
         QVERIFY2(general.out.contains(QByteArray("\n  ") + verb + ' '), verb);
         const Run run = orvoctl({verb, "--help"});
         QVERIFY2(run.out.startsWith(QByteArray("Usage: orvoctl ") + verb + ' '), run.out);
         QVERIFY2(run.out.contains("--timeout MS"), run.out);
         QCOMPARE(run.status, 0);
     }
-}
-
-/// What bash's completion offers for the line, by the installed script.
-QStringList tst_orvoctl::completions(const QString& line) const
-{
-    const QString script = QStringLiteral("source '%1'; PATH='%2':$PATH; COMP_LINE='%3'; COMP_POINT=${#COMP_LINE}; "
-                                          "_orvoctl; printf '%s\\n' \"${COMPREPLY[@]}\"")
-                               .arg(ORVO_TEST_COMPLETION, QFileInfo(ORVO_TEST_ORVOCTL).path(), named(line));
-    const Run run = bash(script);
-    return run.err.isEmpty() ? QString::fromUtf8(run.out).split('\n', Qt::SkipEmptyParts)
-                             : QStringList(QString::fromUtf8(run.err));
 }
 
 void tst_orvoctl::completionKnowsVerbsOptionsPathsAndRoles()
