@@ -15,8 +15,9 @@ class QString;
  * prints the stack of the thread that it meets, and the process goes on. All writes go to stderr directly and may come
  * from any thread. Names of a program's own functions need exported symbols (-rdynamic).
  *
- * Allocates inside the handlers. A thread that is hit inside malloc() may hang there, and one whose stack is used up
- * dies without a word.
+ * A dying thread allocates inside its handler: one that crashes inside malloc() may hang there, and one whose stack is
+ * used up dies without a word. A thread that goes on does not: a thread of its own, which install() starts, prints for
+ * it.
  */
 namespace orvoStacktrace {
 
