@@ -69,7 +69,11 @@ public:
         m_process.waitForFinished();
     }
 
-    void start() { m_process.start(QStringLiteral(ORVO_TEST_MEDIA), {QStringLiteral("--name"), m_name, m_folder}); }
+    void start(const QStringList& options = {})
+    {
+        m_process.start(QStringLiteral(ORVO_TEST_MEDIA),
+                        QStringList{QStringLiteral("--name"), m_name, m_folder} + options);
+    }
     QProcess& process() { return m_process; }
     QString name() const { return m_name; }
     QString socket() const { return CMRPCSocket::socketPathFromPrefix(m_name); }
@@ -429,6 +433,45 @@ private slots:
         }
     }
 
+    void theShippedLogConfigurationIsFollowedOnDisk()
+    {
+        QFile shipped(QStringLiteral(ORVO_TEST_MEDIA_LOG));
+        QVERIFY(shipped.open(QIODevice::ReadOnly));
+        const QByteArray text = shipped.readAll().replace("/tmp/orvo-media.log", file("media.log").toUtf8());
+        QVERIFY(write(file("log.properties"), text));
+        QVERIFY(QDir().mkdir(file("music")));
+        Service service(file("music"));
+        service.start({"--log-config", file("log.properties")});
+        const auto lineOf = [&](const char* level, const QByteArray& logger) {
+            const QString pattern = QStringLiteral("^\\x1b\\[90m\\d\\d:\\d\\d:\\d\\d\\.\\d{3}\\x1b\\[0m \\x1b\\[1m%1 *"
+                                                   "\\x1b\\[0m \\x1b\\[36m%2\\x1b\\[0m \\x1b\\[33m%3\\x1b\\[0m: .+$")
+                                        .arg(QLatin1String(level))
+                                        .arg(service.process().processId())
+                                        .arg(QString::fromUtf8(logger));
+            m_log += service.process().readAllStandardError();
+            return QRegularExpression(pattern, QRegularExpression::MultilineOption)
+                .match(QString::fromUtf8(m_log))
+                .hasMatch();
+        };
+        QTRY_VERIFY2(lineOf("INFO", "media"), m_log);
+        QFile rolling(file("media.log"));
+        QVERIFY(rolling.open(QIODevice::ReadOnly));
+        const QByteArray line = rolling.readLine();
+        const QString form = QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} INFO  %1 media: .+\n$")
+                                 .arg(service.process().processId());
+        QVERIFY2(QRegularExpression(form).match(QString::fromUtf8(line)).hasMatch(), line);
+
+        QVERIFY(!lineOf("TRACE", "CMChange"));
+        QVERIFY(write(file("log.properties"), QByteArray(text).replace("CMChange=WARN", "CMChange=TRACE")));
+        CMRemoteWorker worker(QStringLiteral("tst_media"), service.name());
+        // Each subscription is a line, from the reload on.
+        QTRY_VERIFY2((worker.connectDataChange(service.path("library"), this, SLOT(on_dataChanged(CMPath))),
+                                               worker.disconnectDataChange(service.path("library"), this,
+                                                                           SLOT(on_dataChanged(CMPath))),
+                                                                           lineOf("TRACE", "CMChange")),
+                                               m_log);
+    }
+
     void servedNameIsRefusedAndTheLivingServiceGoesOn()
     {
         makeTagged("a.wav", "Ann", "A", "1", "x");
@@ -568,6 +611,7 @@ private:
     QScopedPointer<CMRemoteWorker> m_worker;
     QStringList m_changes;
     int m_dataChanges = 0;
+    QByteArray m_log;
 };
 
 QTEST_GUILESS_MAIN(tst_Media)
