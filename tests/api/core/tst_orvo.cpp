@@ -183,6 +183,22 @@ private slots:
         QTEST(QByteArray_leftUtf8(bytes, n), "cut");
     }
 
+    void aCutOfAnyLengthIsTheLongestThatIsWhole()
+    {
+        const QString text = QString::fromUtf8("aü€😀zß漢🎵b");
+        const QByteArray bytes = text.toUtf8();
+        for (int n = -2; n <= bytes.size() + 2; ++n) {
+            QByteArray longest;
+            for (int i = 0; i <= text.size(); ++i) {
+                const bool splits = i > 0 && i < text.size() && text.at(i).isLowSurrogate();
+                const QByteArray head = text.left(i).toUtf8();
+                if (!splits && head.size() <= n)
+                    longest = head;
+            }
+            QCOMPARE(QByteArray_leftUtf8(bytes, n), longest);
+        }
+    }
+
     void aUuidHasNoBraces()
     {
         QSet<QString> uuids;
