@@ -2,6 +2,7 @@
 
 #include "core/model/cmrequest.h"
 #include "core/model/cmsubscribe.h"
+#include "core/model/nodes/cmnodelocker.h"
 #include "core/orvo.h"
 #include "core/orvoLog_p.h"
 #include "records/orvoconstants.h"
@@ -168,7 +169,7 @@ void CMNodes::disconnectChange(CMAbstractWorker::ChangeType type, const CMPath& 
 void CMNodes::pathAddRemove(const CMPath& path, void (CMNode::*member)(const CMPath&))
 {
     for (const NodePointer& node : nodesAtPath(path)) {
-        const QMutexLocker lock(node->mutex());
+        const CMNodeLocker lock(node->mutex());
         if (!node->deleted())
             (node.data()->*member)(path);
     }

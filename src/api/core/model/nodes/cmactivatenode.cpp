@@ -33,7 +33,7 @@ bool CMActivateNode::setDataRequest(const CMSetDataRequest& request)
                                          CMError::DefaultTitle()));
         return true;
     }
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     if (receivers(SIGNAL(privateInvoke(CMSetDataRequest))) > 0) {
         emit privateInvoke(request);
         return true;
@@ -72,7 +72,7 @@ void CMActivateNode::setBusyText(const QString& busyText)
 
 void CMActivateNode::setActivateRole(const QString& role)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     m_activateRole = role;
 }
 
@@ -93,13 +93,13 @@ void CMActivateNode::setReplyValue(const OrvoRoles& roles)
 
 void CMActivateNode::setReplyValueInternal(const QVariant& replyValue)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     m_replyValue = replyValue;
 }
 
 void CMActivateNode::setInvoke(QObject* receiver, const char* slot, Qt::ConnectionType type)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     disconnect(this, SIGNAL(privateInvoke(CMSetDataRequest)), nullptr, nullptr);
     orvoConnect(this, SIGNAL(privateInvoke(CMSetDataRequest)), receiver, slot, type);
 }

@@ -1,7 +1,6 @@
 #include "core/model/nodes/cmlistrowsnode.h"
 
 #include "core/model/cmrequest.h"
-#include "core/model/cmroot.h"
 #include "core/model/cmsubscribe.h"
 #include "core/orvoLog_p.h"
 #include "core/orvoQHash.h"
@@ -11,6 +10,8 @@
 namespace {
 
 ORVO_LOGGER("CMListRowsNode")
+
+const char* const dataSlot = SLOT(watchedDataChanged(CMPath));
 
 bool isPathRow(const QVariant& row)
 {
@@ -40,7 +41,7 @@ bool CMListRowsNode::getRowsRequest(const CMGetRowsRequest& request)
 {
     if (!request.path().equals(path(), CMPath::WithoutParams))
         return false;
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     const QList<QVariant> rows = m_rows;
     const int version = subscribe()->rowsVersion(request.path());
     const OrvoRowsRoles rowsRoles = m_rowsRoles;
@@ -54,7 +55,7 @@ bool CMListRowsNode::getRowsRequest(const CMGetRowsRequest& request)
 
 void CMListRowsNode::rowsPathAdd(const CMPath& path)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     // The hub may tell of a path that is known already.
     const bool isNew = !rowsPaths().contains(path);
     CMContainerNode::rowsPathAdd(path);
@@ -67,7 +68,7 @@ void CMListRowsNode::rowsPathAdd(const CMPath& path)
 
 void CMListRowsNode::rowsPathRemove(const CMPath& path)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const bool wasKnown = rowsPaths().contains(path);
     CMContainerNode::rowsPathRemove(path);
     if (!wasKnown)
@@ -79,32 +80,32 @@ void CMListRowsNode::rowsPathRemove(const CMPath& path)
 
 int CMListRowsNode::rowsSize() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_rows.size();
 }
 
 int CMListRowsNode::rowsIndexOf(const CMPath& path) const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_rows.indexOf(path.__variant());
 }
 
 int CMListRowsNode::rowsIndexById(const QString& id) const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const auto it = std::find_if(m_rows.cbegin(), m_rows.cend(), [&](const QVariant& row) { return hasId(row, id); });
     return it == m_rows.cend() ? -1 : int(it - m_rows.cbegin());
 }
 
 OrvoRoles CMListRowsNode::rowsGetById(const QString& id) const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return getRowRoles(rowsIndexById(id));
 }
 
 QVariant CMListRowsNode::getRow(int index) const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_rows.value(index);
 }
 
@@ -125,10 +126,16 @@ QStringList CMListRowsNode::sortOrder() const
 
 void CMListRowsNode::rowsInsert(int pos, const QVariant& row)
 {
-    const QMutexLocker lock(mutex());
+    // Ahead of the report: a reader that is told of the row misses no change of its target.
+    watchInsert(row);
+    insertWatched(pos, row);
+}
+
+void CMListRowsNode::insertWatched(int pos, const QVariant& row)
+{
+    const CMNodeLocker lock(mutex());
     m_rows.insert(qBound(0, pos, m_rows.size()), row);
     m_pathRowsDirty = true;
-    watchInsert(row);
     nextRowsVersion(QLatin1Char('+') + QString::number(qMin(pos, m_rows.size() - 1)));
 }
 
@@ -147,8 +154,9 @@ void CMListRowsNode::rowsInsert(int pos, const CMPath& row)
 
 void CMListRowsNode::rowsAppend(const QVariant& row)
 {
-    const QMutexLocker lock(mutex());
-    rowsInsert(rowsSize(), row);
+    watchInsert(row);
+    const CMNodeLocker lock(mutex());
+    insertWatched(m_rows.size(), row);
 }
 
 void CMListRowsNode::rowsAppend(const OrvoRoles& row)
@@ -163,7 +171,7 @@ void CMListRowsNode::rowsAppend(const CMPath& row)
 
 bool CMListRowsNode::rowsSet(int pos, const QVariant& row)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     Q_ASSERT(pos >= 0 && pos < m_rows.size());
     if (m_rows.at(pos) == row)
         return false;
@@ -186,7 +194,7 @@ bool CMListRowsNode::rowsSet(int pos, const CMPath& row)
 template <typename Matches>
 int CMListRowsNode::removeMatching(Matches matches)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     QList<QVariant> kept;
     QList<QVariant> removed;
     QStringList changes;
@@ -252,7 +260,7 @@ void CMListRowsNode::rowsRemoveStartingWithPath(const CMPath& prefix)
 
 void CMListRowsNode::rowsRemoveAt(int pos)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (pos < 0 || pos >= m_rows.size())
         return;
     const QVariant row = m_rows.takeAt(pos);
@@ -263,7 +271,7 @@ void CMListRowsNode::rowsRemoveAt(int pos)
 
 void CMListRowsNode::rowsClear()
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const QList<QVariant> removed = m_rows;
     m_rows.clear();
     m_pathRowsDirty = true;
@@ -274,7 +282,7 @@ void CMListRowsNode::rowsClear()
 
 bool CMListRowsNode::rowsMove(int from, int count, int to)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const int size = m_rows.size();
     if (from < 0 || to < 0 || count < 1 || from >= size || to >= size) {
         LOG4CPLUS_ERROR(logger(), "Invalid from, to or count. From: " << from << " count: " << count << " to: " << to
@@ -311,7 +319,7 @@ bool CMListRowsNode::rowsMove(int from, int to)
 
 bool CMListRowsNode::rowsSetById(const OrvoRoles& roles)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const QString id = roles.id();
     int upperBound = 0;
     int matchedIndex = -1;
@@ -347,19 +355,19 @@ bool CMListRowsNode::rowsSetById(const OrvoRoles& roles)
 
 void CMListRowsNode::setRowsRoles(const OrvoRowsRoles& rowsRoles)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     m_rowsRoles = rowsRoles;
 }
 
 void CMListRowsNode::setSortOrder(const QStringList& sortOrder)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     m_sortOrder = sortOrder;
 }
 
 void CMListRowsNode::setCopyPathParams(bool copyPathParams)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     m_copyPathParams = copyPathParams;
 }
 
@@ -378,7 +386,7 @@ void CMListRowsNode::watchInsert(const QVariant& row)
 {
     if (!isPathRow(row))
         return;
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const CMPath target = CMPath::fromQVariant(row);
     if (++m_targets[target] > 1)
         return;
@@ -390,7 +398,7 @@ void CMListRowsNode::watchRemove(const QVariant& row)
 {
     if (!isPathRow(row))
         return;
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const CMPath target = CMPath::fromQVariant(row);
     const auto it = m_targets.find(target);
     if (it == m_targets.end() || --*it > 0)
@@ -402,12 +410,12 @@ void CMListRowsNode::watchRemove(const QVariant& row)
 
 void CMListRowsNode::connectWatchedDataChange(const CMPath& path)
 {
-    CMRoot()->connectDataChange(path, this, SLOT(watchedDataChanged(CMPath)), Qt::DirectConnection);
+    watch(CMAbstractWorker::DataChange, path, dataSlot);
 }
 
 void CMListRowsNode::disconnectWatchedDataChange(const CMPath& path)
 {
-    CMRoot()->disconnectDataChange(path, this, SLOT(watchedDataChanged(CMPath)));
+    unwatch(CMAbstractWorker::DataChange, path, dataSlot);
 }
 
 void CMListRowsNode::itemChange(OrvoRoles newRoles, OrvoRoles oldRoles)
@@ -432,7 +440,7 @@ void CMListRowsNode::itemChangeIndex(OrvoRoles newRoles, OrvoRoles oldRoles, int
 
 void CMListRowsNode::watchedDataChanged(CMPath changePath)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (m_pathRowsDirty) {
         m_pathRows.clear();
         // Backwards, as equal keys come out in the reverse order of their insertion.

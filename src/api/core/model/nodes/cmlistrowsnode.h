@@ -83,6 +83,7 @@ public:
 
     void nextRowsVersion(const QStringList& changes);
     void nextRowsVersion(const QString& change);
+    // The watch of a row's target. Made like every watch of a node, so watchInsert() is called ahead of taking the mutex.
     void watchInsert(const QVariant& row);
     void watchRemove(const QVariant& row);
     void connectWatchedDataChange(const CMPath& path);
@@ -98,6 +99,7 @@ private slots:
     void watchedDataChanged(CMPath changePath);
 
 private:
+    void insertWatched(int pos, const QVariant& row);
     template <typename Matches>
     int removeMatching(Matches matches);
 

@@ -3,12 +3,12 @@
 #include "core/model/cmnodes.h"
 #include "core/model/cmrequest.h"
 #include "core/model/cmsubscribe.h"
+#include "core/model/nodes/cmnodelocker.h"
 #include "core/orvo.h"
 #include "core/orvoLog_p.h"
 #include "records/orvovalue.h"
 
 #include <QHash>
-#include <QMutexLocker>
 
 namespace {
 
@@ -59,7 +59,7 @@ void CMNode::deleteLater()
 {
     // The registry's reference goes in here; the lock below must not outlive the node.
     const QExplicitlySharedDataPointer<CMNode> self(this);
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (m_deleted)
         return;
 
@@ -128,7 +128,7 @@ bool CMNode::setDataRequest(const CMSetDataRequest&)
 
 void CMNode::valuePathAdd(const CMPath& path)
 {
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     m_valuePaths.insert(path);
     lock.unlock();
     emit pathAdded(CMAbstractWorker::ValueChange, path);
@@ -136,7 +136,7 @@ void CMNode::valuePathAdd(const CMPath& path)
 
 void CMNode::valuePathRemove(const CMPath& path)
 {
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     m_valuePaths.remove(path);
     lock.unlock();
     emit pathRemoved(CMAbstractWorker::ValueChange, path);
@@ -144,7 +144,7 @@ void CMNode::valuePathRemove(const CMPath& path)
 
 void CMNode::dataPathAdd(const CMPath& path)
 {
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     m_dataPaths.insert(path);
     lock.unlock();
     emit pathAdded(CMAbstractWorker::DataChange, path);
@@ -153,7 +153,7 @@ void CMNode::dataPathAdd(const CMPath& path)
 
 void CMNode::dataPathRemove(const CMPath& path)
 {
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     m_dataPaths.remove(path);
     lock.unlock();
     emit pathRemoved(CMAbstractWorker::DataChange, path);
@@ -162,7 +162,7 @@ void CMNode::dataPathRemove(const CMPath& path)
 
 void CMNode::rowsPathAdd(const CMPath& path)
 {
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     m_rowsPaths.insert(path);
     lock.unlock();
     emit pathAdded(CMAbstractWorker::RowsChange, path);
@@ -171,7 +171,7 @@ void CMNode::rowsPathAdd(const CMPath& path)
 
 void CMNode::rowsPathRemove(const CMPath& path)
 {
-    QMutexLocker lock(mutex());
+    CMNodeLocker lock(mutex());
     m_rowsPaths.remove(path);
     lock.unlock();
     emit pathRemoved(CMAbstractWorker::RowsChange, path);
@@ -185,37 +185,37 @@ CMSubscribe* CMNode::subscribe() const
 
 bool CMNode::deleted() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_deleted;
 }
 
 qint64 CMNode::timestamp() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_timestamp;
 }
 
 QSet<CMPath> CMNode::valuePaths() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_valuePaths;
 }
 
 QSet<CMPath> CMNode::dataPaths() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_dataPaths;
 }
 
 QSet<CMPath> CMNode::rowsPaths() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_rowsPaths;
 }
 
 void CMNode::dataChanged()
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const QSet<CMPath> paths = m_dataPaths;
     for (const CMPath& path : paths)
         subscribe()->dataChanged(path);
@@ -224,7 +224,7 @@ void CMNode::dataChanged()
 
 void CMNode::valueChanged(const QVariant& value)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const QSet<CMPath> paths = m_valuePaths;
     for (const CMPath& path : paths)
         subscribe()->valueChanged(path, value);
@@ -242,7 +242,7 @@ void CMNode::rowsChanged(const QString& change)
 
 void CMNode::rowsChanged(const QStringList& changes)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const QSet<CMPath> paths = m_rowsPaths;
     for (const CMPath& path : paths)
         subscribe()->rowsChanged(path, changes, -1, -1);

@@ -33,7 +33,7 @@ bool CMQueryNode::queryRequest(const CMSetDataRequest& request)
     setValue(value);
     CMPath answer;
     {
-        const QMutexLocker lock(mutex());
+        const CMNodeLocker lock(mutex());
         answer = m_queryPath;
         answer.addParam(m_query, value.string_());
     }
@@ -48,7 +48,7 @@ QString CMQueryNode::query() const
 
 void CMQueryNode::setQuery(const QString& query)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     m_query = query;
 }
 
@@ -59,7 +59,7 @@ CMPath CMQueryNode::queryPath() const
 
 void CMQueryNode::setQueryPath(const CMPath& queryPath)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     m_queryPath = queryPath;
 }
 

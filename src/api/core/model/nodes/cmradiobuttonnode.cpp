@@ -47,36 +47,40 @@ QVariant CMRadioButtonNode::activate(const QVariant&, const Params& params)
 
 void CMRadioButtonNode::valuePathAdd(const CMPath& path)
 {
+    const CMNodeLocker lock(mutex());
     // The hub may tell of a path that is known already.
     const bool isNew = !valuePaths().contains(path);
     CMNode::valuePathAdd(path);
     if (isNew)
-        CMRoot()->connectValueChange(translatePath(m_linkPath, path), this, valueSlot, Qt::DirectConnection);
+        watch(CMAbstractWorker::ValueChange, translatePath(m_linkPath, path), valueSlot);
 }
 
 void CMRadioButtonNode::valuePathRemove(const CMPath& path)
 {
+    const CMNodeLocker lock(mutex());
     const bool wasKnown = valuePaths().contains(path);
     CMNode::valuePathRemove(path);
     if (wasKnown)
-        CMRoot()->disconnectValueChange(translatePath(m_linkPath, path), this, valueSlot);
+        unwatch(CMAbstractWorker::ValueChange, translatePath(m_linkPath, path), valueSlot);
 }
 
 void CMRadioButtonNode::dataPathAdd(const CMPath& path)
 {
+    const CMNodeLocker lock(mutex());
     // The hub may tell of a path that is known already.
     const bool isNew = !dataPaths().contains(path);
     CMNode::dataPathAdd(path);
     if (isNew)
-        CMRoot()->connectDataChange(translatePath(m_linkPath, path), this, dataSlot, Qt::DirectConnection);
+        watch(CMAbstractWorker::DataChange, translatePath(m_linkPath, path), dataSlot);
 }
 
 void CMRadioButtonNode::dataPathRemove(const CMPath& path)
 {
+    const CMNodeLocker lock(mutex());
     const bool wasKnown = dataPaths().contains(path);
     CMNode::dataPathRemove(path);
     if (wasKnown)
-        CMRoot()->disconnectDataChange(translatePath(m_linkPath, path), this, dataSlot);
+        unwatch(CMAbstractWorker::DataChange, translatePath(m_linkPath, path), dataSlot);
 }
 
 QVariant CMRadioButtonNode::value() const
@@ -86,7 +90,7 @@ QVariant CMRadioButtonNode::value() const
 
 void CMRadioButtonNode::setValue(const QVariant& value)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (m_value == value)
         return;
     m_value = value;

@@ -5,14 +5,15 @@
 #include "core/model/cmroles.h"
 #include "core/model/cmroot.h"
 #include "core/model/nodes/cmreference_p.h"
+#include "core/model/nodes/cmwatches_p.h"
 #include "core/orvoLog_p.h"
 #include "records/orvoconstants.h"
-
-#include <QMutexLocker>
 
 namespace {
 
 ORVO_LOGGER("CMUINode")
+
+const char* const languageSlot = SLOT(languageChanged());
 
 QVariant textOrAbsent(const QString& text)
 {
@@ -28,6 +29,8 @@ QVariant trueOrAbsent(bool flag)
 
 CMUINode::CMUINode(const CMPath& path) : CMNode(path) {}
 
+CMUINode::~CMUINode() = default;
+
 CMUINode* CMUINode::create(CMNodes* nodes, const CMPath& path)
 {
     auto* node = new CMUINode(path);
@@ -38,16 +41,16 @@ CMUINode* CMUINode::create(CMNodes* nodes, const CMPath& path)
 void CMUINode::deleteLater()
 {
     {
-        const QMutexLocker lock(mutex());
+        const CMNodeLocker lock(mutex());
         if (!deleted() && m_title.translatable())
-            CMRoot()->disconnectDataChange(OrvoUILanguagePath(), this, SLOT(languageChanged()));
+            unwatch(CMAbstractWorker::DataChange, OrvoUILanguagePath(), languageSlot);
     }
     CMNode::deleteLater();
 }
 
 bool CMUINode::getDataRequest(const CMGetDataRequest& request)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (!request.path().equals(path(), CMPath::WithoutParams))
         return false;
     const Params params = request.path().params();
@@ -153,17 +156,28 @@ void CMUINode::setId(const QString& id)
 
 void CMUINode::setTitle(const TrString& title)
 {
-    const QMutexLocker lock(mutex());
-    if (m_title == title)
-        return;
-    if (m_title.translatable() != title.translatable()) {
-        if (m_title.translatable())
-            CMRoot()->disconnectDataChange(OrvoUILanguagePath(), this, SLOT(languageChanged()));
-        else
-            CMRoot()->connectDataChange(OrvoUILanguagePath(), this, SLOT(languageChanged()), Qt::DirectConnection);
+    bool watches = false;
+    {
+        const CMNodeLocker lock(mutex());
+        if (m_title == title)
+            return;
+        watches = title.translatable() && !m_title.translatable();
+        if (watches)
+            watch(CMAbstractWorker::DataChange, OrvoUILanguagePath(), languageSlot);
     }
-    m_title = title;
-    dataChanged();
+    // The language is followed from ahead of the report on, so no reader of the new title misses a change of it.
+    const CMNodeLocker lock(mutex());
+    const int held = int(m_title.translatable()) + int(watches);
+    if (m_title != title) {
+        m_title = title;
+        dataChanged();
+    }
+    // Another thread may have set a title meanwhile.
+    const int needed = int(m_title.translatable());
+    for (int i = needed; i < held; ++i)
+        unwatch(CMAbstractWorker::DataChange, OrvoUILanguagePath(), languageSlot);
+    if (held < needed)
+        watch(CMAbstractWorker::DataChange, OrvoUILanguagePath(), languageSlot);
 }
 
 void CMUINode::setIcon(const QString& icon)
@@ -213,7 +227,7 @@ void CMUINode::setMediaData(const OrvoMediaData& mediaData)
 
 OrvoRoles CMUINode::getDataRoles(const QStringList& roles, const Params& params)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     QVariantList values;
     values.reserve(roles.size());
     for (const QString& role : roles)
@@ -241,6 +255,21 @@ OrvoRoles CMUINode::browseItem(const QVariant& item, const Params& params)
         return OrvoRoles().setTitle(error.message());
     const QVariantList values = reply.value();
     return values.size() == roles.size() ? CMGlobal::rolesValuesToHash(roles, values) : OrvoRoles();
+}
+
+void CMUINode::watch(CMAbstractWorker::ChangeType type, const CMPath& path, const char* method)
+{
+    const CMNodeLocker lock(mutex());
+    if (!m_watches)
+        m_watches.reset(new CMWatches(this));
+    m_watches->add(type, path, method);
+}
+
+void CMUINode::unwatch(CMAbstractWorker::ChangeType type, const CMPath& path, const char* method)
+{
+    const CMNodeLocker lock(mutex());
+    if (m_watches)
+        m_watches->remove(type, path, method);
 }
 
 void CMUINode::languageChanged()

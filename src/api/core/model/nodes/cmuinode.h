@@ -1,14 +1,24 @@
 #pragma once
 
 #include "core/model/nodes/cmnode.h"
+#include "core/model/nodes/cmnodelocker.h"
 #include "core/orvoLanguage.h"
 #include "records/orvoroles.h"
+
+#include <memory>
+
+class CMWatches;
 
 /**
  * A node that a user interface can show: the presentation data of one item, answered role by role.
  *
  * Getters and setters may be called from any thread and take the node's mutex. A setter compares first and reports a
  * data change only when something changed. The title alone follows language changes while it is translatable.
+ *
+ * A node that refers to others obeys one rule of locks. It subscribes at them by watch() and unwatch(), which reach the
+ * others when no node's mutex is held any more; nodes may refer to each other in any way, rings included. It may read
+ * them under its own mutex, as the items of getRoleData() are read; what a node shows from others by such reads never
+ * leads back to the node itself.
  */
 class CMUINode : public CMNode
 {
@@ -18,6 +28,7 @@ public:
     using Params = CMPath::Params;
 
     explicit CMUINode(const CMPath& path);
+    ~CMUINode() override;
     static CMUINode* create(CMNodes* nodes, const CMPath& path);
 
     void deleteLater() override;
@@ -67,18 +78,27 @@ protected:
     template <typename T>
     T locked(const T& member) const
     {
-        const QMutexLocker lock(mutex());
+        const CMNodeLocker lock(mutex());
         return member;
     }
     template <typename T>
     void assign(T& member, const T& value)
     {
-        const QMutexLocker lock(mutex());
+        const CMNodeLocker lock(mutex());
         if (member == value)
             return;
         member = value;
         dataChanged();
     }
+
+    /**
+     * Subscribes a slot of this node to changes at another one, for as often as it is called, with a direct connection.
+     * The method is always given by the same pointer. Made when this thread holds no node's mutex any more, but before
+     * the outermost call into a node returns: what must not miss a change calls it ahead of taking the mutex.
+     */
+    void watch(CMAbstractWorker::ChangeType type, const CMPath& path, const char* method);
+    /// Takes one such subscription away; without one, nothing.
+    void unwatch(CMAbstractWorker::ChangeType type, const CMPath& path, const char* method);
 
 private slots:
     void languageChanged();
@@ -95,4 +115,6 @@ private:
     bool m_preferred = false;
     bool m_renderAsButton = false;
     OrvoMediaData m_mediaData;
+    /// Made with the first watch: most nodes have none.
+    std::unique_ptr<CMWatches> m_watches;
 };

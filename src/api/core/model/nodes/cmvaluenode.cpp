@@ -45,7 +45,7 @@ bool CMValueNode::setDataRequest(const CMSetDataRequest& request)
 {
     LOG4CPLUS_TRACE(logger(), "CMValueNode::setDataRequest: path:" << request.path() << " role:" << request.role()
                                                                    << " value:" << logText(request.value()));
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     const bool isOperation = request.role() == OrvoRoles::ValueOperation();
     if (!request.path().equals(path(), CMPath::WithoutParams) || (!isOperation && request.role() != OrvoRoles::Value()))
         return CMNode::setDataRequest(request);
@@ -100,7 +100,7 @@ void CMValueNode::setValue(const OrvoValue& value)
     // A receiver of valueChanged() may take the node out; the lock below must not outlive it. Before it is registered
     // nothing refers to the node.
     const QExplicitlySharedDataPointer<CMNode> self(ref.loadRelaxed() > 0 ? this : nullptr);
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     LOG4CPLUS_TRACE(logger(), "CMValueNode::setValue: " << value);
     if (m_value == value)
         return;
@@ -155,7 +155,7 @@ void CMValueNode::setEdit(const OrvoEdit& edit)
 
 void CMValueNode::setValidate(QObject* receiver, const char* slot, Qt::ConnectionType type)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     disconnect(this, SIGNAL(privateValidate(CMSetDataRequest,OrvoValue)), nullptr, nullptr);
     orvoConnect(this, SIGNAL(privateValidate(CMSetDataRequest,OrvoValue)), receiver, slot, type);
 }
