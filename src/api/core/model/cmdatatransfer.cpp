@@ -45,15 +45,15 @@ void QtSynchronizer::onSynchronized()
 
 ThreadSynchronizer::ThreadSynchronizer() : m_homeRuns(lifeOfThisThread()), m_synchronizer(new QtSynchronizer(this)) {}
 
-void ThreadSynchronizer::deliver(std::function<void()> call)
+bool ThreadSynchronizer::deliver(std::function<void()> call)
 {
     if (m_synchronizer->thread() == QThread::currentThread()) {
         call();
-        return;
+        return true;
     }
     // A thread that has ended runs nothing: its calls would only pile up.
     if (!*m_homeRuns)
-        return;
+        return false;
 
     bool wake;
     {
@@ -63,6 +63,7 @@ void ThreadSynchronizer::deliver(std::function<void()> call)
     }
     if (wake)
         emit m_synchronizer->synchronizeSignal();
+    return true;
 }
 
 void ThreadSynchronizer::synchronized()

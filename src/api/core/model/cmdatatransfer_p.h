@@ -54,8 +54,11 @@ class ThreadSynchronizer : public SynchronizationObserver
 public:
     ThreadSynchronizer();
 
-    /// At once in the home thread, otherwise queued. The caller keeps this alive; queued calls run in order.
-    void deliver(std::function<void()> call);
+    /**
+     * At once in the home thread, otherwise queued. The caller keeps this alive; queued calls run in order. False, and
+     * the call dropped, when the home thread has ended.
+     */
+    bool deliver(std::function<void()> call);
     void synchronized() override;
 
     /// Deletes it: here in the home thread or when that has ended, otherwise later there.

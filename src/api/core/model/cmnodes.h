@@ -15,7 +15,9 @@
 #include "core/model/nodes/cmquerynode.h"
 #include "core/model/nodes/cmradiobuttonnode.h"
 #include "core/model/nodes/cmredirectrowsnode.h"
+#include "core/model/nodes/cmtempnodefactory.h"
 #include "core/model/nodes/cmuinode.h"
+#include "core/model/nodes/cmunusednodetimer.h"
 #include "core/model/nodes/cmvaluenode.h"
 #include "core/model/nodes/cmvariantnode.h"
 
