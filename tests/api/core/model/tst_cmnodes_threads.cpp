@@ -1,8 +1,8 @@
 #include "core/model/cmnodes.h"
 
 #include "nodetest.h"
+#include "runtogether.h"
 
-#include <QThread>
 #include <QtTest>
 
 #include <atomic>
@@ -22,26 +22,6 @@ public:
 public slots:
     void told() { ++calls; }
 };
-
-/// Runs the functions side by side while this thread, the hub's, delivers. False when one does not end.
-bool runTogether(const std::vector<std::function<void()>>& functions)
-{
-    std::vector<std::unique_ptr<QThread>> threads;
-    for (const auto& function : functions) {
-        threads.emplace_back(QThread::create(function));
-        threads.back()->start();
-    }
-    QElapsedTimer timer;
-    timer.start();
-    for (const auto& thread : threads)
-        while (!thread->wait(1)) {
-            QCoreApplication::processEvents();
-            if (timer.elapsed() > 50000)
-                qFatal("The threads hang");
-        }
-    QCoreApplication::processEvents();
-    return true;
-}
 
 CMPath numbered(int number)
 {

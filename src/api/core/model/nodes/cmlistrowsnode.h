@@ -83,7 +83,8 @@ public:
 
     void nextRowsVersion(const QStringList& changes);
     void nextRowsVersion(const QString& change);
-    // The watch of a row's target. Made like every watch of a node, so watchInsert() is called ahead of taking the mutex.
+    // The watch of a row's target. Made like every watch of a node, so watchInsert() is called ahead of taking the
+    // mutex.
     void watchInsert(const QVariant& row);
     void watchRemove(const QVariant& row);
     void connectWatchedDataChange(const CMPath& path);

@@ -15,8 +15,9 @@ constexpr int unusedMs = 10000;
 CMTempNodeFactory::CMTempNodeFactory(const CMPath& path, bool synchronized, CreateNode createNode)
     : CMContainerNode(path),
       m_createNode(std::move(createNode)),
-      m_synchronizer(synchronized ? QSharedPointer<ThreadSynchronizer>(new ThreadSynchronizer, &ThreadSynchronizer::release)
-                                  : QSharedPointer<ThreadSynchronizer>())
+      m_synchronizer(synchronized
+                         ? QSharedPointer<ThreadSynchronizer>(new ThreadSynchronizer, &ThreadSynchronizer::release)
+                         : QSharedPointer<ThreadSynchronizer>())
 {}
 
 CMTempNodeFactory* CMTempNodeFactory::create(CMNodes* nodes, const CMPath& path, bool synchronized,

@@ -8,8 +8,9 @@ class CMNode;
 
 /**
  * Takes nodes out when nobody has watched any of them for the interval, which begins with the making of the timer and
- * anew with each last subscriber that leaves. All its nodes leave together; with the first one that leaves, for this
- * or any other reason, the timer deletes itself. Made on the heap, without an owner.
+ * anew with each last subscriber that leaves. All its nodes leave together, and then the timer deletes itself; so it
+ * does when one of them is taken out by someone else, and the others then stay until they are, too. Made on the heap,
+ * without an owner.
  *
  * It keeps a reference on its nodes. Lives in the thread that makes it, which needs an event loop; the nodes may be
  * watched and taken out in any thread.
