@@ -14,8 +14,9 @@ class ThreadSynchronizer;
  * behind it, from 1 on; no number is used twice.
  *
  * A node is made in the thread of the request, or, when the factory is synchronized, in the thread that made the
- * factory; the request is then answered from there. Either thread needs an event loop: a node that nobody watches
- * leaves 10,000 ms after its making or after its last subscriber, by a CMUnusedNodeTimer of that thread.
+ * factory; the request is then answered from there, and fails once that thread has ended. Either thread needs an event
+ * loop: a node that nobody watches leaves 10,000 ms after its making or after its last subscriber, by a
+ * CMUnusedNodeTimer of that thread.
  */
 class CMTempNodeFactory : public CMContainerNode
 {

@@ -274,9 +274,10 @@ private slots:
         f.spy.watchData(f.worker.get(), P("x:k"));
         f.spy.watchRows(f.worker.get(), P("x:k"));
         const QStringList atTarget = log.lines().filter("TRACE test: connectChange: x:t ");
-        QCOMPARE(atTarget, QStringList({"TRACE test: connectChange: x:t 1watchedValueChanged(CMPath,QVariant)",
-                                        "TRACE test: connectChange: x:t 1watchedDataChanged(CMPath)",
-                                        "TRACE test: connectChange: x:t 1watchedRowsChanged(CMPath,QStringList,int,int)"}));
+        QCOMPARE(atTarget,
+                 QStringList({"TRACE test: connectChange: x:t 1watchedValueChanged(CMPath,QVariant)",
+                              "TRACE test: connectChange: x:t 1watchedDataChanged(CMPath)",
+                              "TRACE test: connectChange: x:t 1watchedRowsChanged(CMPath,QStringList,int,int)"}));
     }
 
     void aPathThatIsToldTwiceIsWatchedOnce()
@@ -399,8 +400,7 @@ private slots:
         f.spy.watchRows(f.worker.get(), P("x:k"));
         f.link->deleteLater();
         QVERIFY(!f.hub()->valuePath(P("x:t/a")) && !f.hub()->dataPath(P("x:t?p=1")) && !f.hub()->rowsPath(P("x:t")));
-        QCOMPARE(f.deliveredFully(),
-                 QStringList({"rows x:k [close] 0>0"}));
+        QCOMPARE(f.deliveredFully(), QStringList({"rows x:k [close] 0>0"}));
     }
 
     void aNewLinkWatchesForWaitingSubscribers()

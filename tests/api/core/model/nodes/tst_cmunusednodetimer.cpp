@@ -219,17 +219,18 @@ private slots:
         f.timer->addNode(one);
         f.timer->addNode(two);
         QVERIFY(runTogether({[&] {
-            for (int i = 0; i < 2000; ++i)
-                f.worker->getData(P("x:2"), {OrvoRoles::Context()});
-        }, [&] {
-            ChangeSpy spy;
-            CMUnusedNodeTimer timer(one, never);
-            timer.addNode(two);
-            for (int i = 0; i < 2000; ++i) {
-                spy.watchData(f.worker.get(), P("x:1"));
-                spy.unwatchData(f.worker.get(), P("x:1"));
-            }
-        }}));
+                                 for (int i = 0; i < 2000; ++i)
+                                     f.worker->getData(P("x:2"), {OrvoRoles::Context()});
+                             },
+                             [&] {
+                                 ChangeSpy spy;
+                                 CMUnusedNodeTimer timer(one, never);
+                                 timer.addNode(two);
+                                 for (int i = 0; i < 2000; ++i) {
+                                     spy.watchData(f.worker.get(), P("x:1"));
+                                     spy.unwatchData(f.worker.get(), P("x:1"));
+                                 }
+                             }}));
         QVERIFY(f.timer->isActive());
     }
 };
