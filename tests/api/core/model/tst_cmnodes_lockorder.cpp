@@ -25,6 +25,36 @@ public slots:
     void told() { ++calls; }
 };
 
+/// Calls a function when it is watched, after it has noted so.
+class Probe : public CMListRowsNode
+{
+public:
+    using CMListRowsNode::CMListRowsNode;
+    void dataPathAdd(const CMPath& path) override
+    {
+        CMListRowsNode::dataPathAdd(path);
+        onWatched();
+    }
+    void rowsPathAdd(const CMPath& path) override
+    {
+        CMListRowsNode::rowsPathAdd(path);
+        onWatched();
+    }
+
+    std::function<void()> onWatched;
+};
+
+bool isFree(QMutex* mutex)
+{
+    bool isFree = false;
+    runTogether({[&] {
+        isFree = mutex->tryLock();
+        if (isFree)
+            mutex->unlock();
+    }});
+    return isFree;
+}
+
 } // namespace
 
 /// Nodes that refer to each other in rings, each of them watched and changed by a thread of its own.
@@ -76,6 +106,103 @@ private slots:
         // Nothing was taken away that was not there.
         QCOMPARE(m_errors->lines(), QStringList());
     }
+
+    // The locker
+
+    void workWaitsForTheLastLockerOfTheThread()
+    {
+        QMutex one(QMutex::Recursive);
+        QMutex two;
+        QStringList done;
+        CMNodeLocker::whenUnlocked([&] { done.append("at once"); });
+        QCOMPARE(done, QStringList("at once"));
+        done.clear();
+        {
+            CMNodeLocker outer(&one);
+            {
+                const CMNodeLocker inner(&one);
+                const CMNodeLocker other(&two);
+                const CMNodeLocker none(nullptr);
+                CMNodeLocker::whenUnlocked([&] {
+                    done.append(isFree(&one) && isFree(&two) ? "first" : "first, locked");
+                    const CMNodeLocker lock(&one);
+                    CMNodeLocker::whenUnlocked([&] { done.append("of the first"); });
+                });
+                CMNodeLocker::whenUnlocked([&] { done.append("second"); });
+            }
+            QCOMPARE(done, QStringList());
+            QVERIFY(!isFree(&one) && isFree(&two));
+            outer.unlock();
+            QCOMPARE(done, QStringList({"first", "of the first", "second"}));
+            QVERIFY(isFree(&one));
+        }
+        QCOMPARE(done.size(), 3);
+    }
+
+    void workOfAThreadDoesNotWaitForOthers()
+    {
+        QMutex mutex;
+        const CMNodeLocker lock(&mutex);
+        bool done = false;
+        QVERIFY(runTogether({[&] { CMNodeLocker::whenUnlocked([&] { done = true; }); }}));
+        QVERIFY(done);
+    }
+
+    // The order of watch and report
+
+    void theTargetOfANewRowIsWatchedUnlockedAndAheadOfTheReport()
+    {
+        NodesFixture f;
+        auto* target = new Probe(P("x:t"));
+        target->setNodes(f.nodes());
+        CMListRowsNode* list = CMListRowsNode::create(f.nodes(), P("x:l"));
+        watch(f.worker.get(), CMAbstractWorker::RowsChange, P("x:l"));
+        int watched = 0;
+        target->onWatched = [&] {
+            ++watched;
+            QVERIFY(!f.hub()->rowsPending(P("x:l")));
+            QVERIFY(isFree(list->mutex()));
+        };
+        list->rowsInsert(0, P("x:t"));
+        QVERIFY(f.hub()->rowsPending(P("x:l")));
+        list->rowsClear();
+        f.hub()->deliver();
+        list->rowsAppend(P("x:t"));
+        QVERIFY(f.hub()->rowsPending(P("x:l")));
+        QCOMPARE(watched, 2);
+    }
+
+    void aNewLinkIsWatchedUnlockedAndAheadOfTheReport()
+    {
+        NodesFixture f;
+        auto* target = new Probe(P("x:t"));
+        target->setNodes(f.nodes());
+        CMLinkRowsNode* link = CMLinkRowsNode::create(f.nodes(), P("x:k"), CMPath());
+        watch(f.worker.get(), CMAbstractWorker::RowsChange, P("x:k"));
+        int watched = 0;
+        target->onWatched = [&] {
+            ++watched;
+            QVERIFY(!f.hub()->rowsPending(P("x:k")));
+            QVERIFY(isFree(link->mutex()));
+        };
+        link->setLinkPath(P("x:t"));
+        QVERIFY(f.hub()->rowsPending(P("x:k")));
+        QCOMPARE(watched, 1);
+    }
+
+    void theWatchesOfANodeAreMadeBeforeASubscriptionReturns()
+    {
+        NodesFixture f;
+        CMLinkNode::create(f.nodes(), P("x:k"), P("x:b"));
+        CMRadioButtonNode::create(f.nodes(), P("x:b"), P("x:r"));
+        CMUINode* last = CMUINode::create(f.nodes(), P("x:r"));
+        watch(f.worker.get(), CMAbstractWorker::DataChange, P("x:k"));
+        QCOMPARE(last->dataPaths(), QSet<CMPath>{P("x:r")});
+        unwatch(f.worker.get(), CMAbstractWorker::DataChange, P("x:k"));
+        QVERIFY(last->dataPaths().isEmpty());
+    }
+
+    // Rings
 
     void listsWithEachOtherAsRowsAreWatchedByTwoThreads()
     {

@@ -20,7 +20,8 @@ class CMSubscribe;
  * goes with the last reference, so a request that is being served keeps its node.
  *
  * Any thread may call a node; everything goes through mutex(), which an override may replace by a lock of the service
- * and which may be null. It is held ahead of the registry's and the hub's locks.
+ * and which may be null. It is held ahead of the registry's and the hub's locks. Take it by a CMNodeLocker; nodes
+ * that refer to others follow the rule told at CMUINode.
  *
  * A node never knows its subscribers, only the sets of paths that they watch, with the parameters that they used, and
  * works for watched paths only.
