@@ -2,10 +2,9 @@
 
 #include "core/model/cmglobal.h"
 #include "core/model/cmsubscribe.h"
+#include "core/model/nodes/cmnodelocker.h"
 #include "records/orvoroles.h"
 #include "records/orvorowsroles.h"
-
-#include <QMutexLocker>
 
 #include <algorithm>
 
@@ -92,7 +91,7 @@ bool CMVariantNode::request(CMRequest request)
 {
     Q_ASSERT(request.path().startsWith(path()));
     const CMPath requestPath = request.path().withoutParams();
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (!request_cast<CMMatchRowRequest>(request).isNull())
         return false;
 
@@ -115,25 +114,25 @@ bool CMVariantNode::request(CMRequest request)
 
 QString CMVariantNode::title() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_title;
 }
 
 QVariant CMVariantNode::value() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_value;
 }
 
 bool CMVariantNode::readOnly() const
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     return m_readOnly;
 }
 
 void CMVariantNode::setTitle(const QString& title)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (title == m_title)
         return;
     m_title = title;
@@ -142,7 +141,7 @@ void CMVariantNode::setTitle(const QString& title)
 
 void CMVariantNode::setReadOnly(bool readOnly)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (readOnly == m_readOnly)
         return;
     m_readOnly = readOnly;
@@ -151,7 +150,7 @@ void CMVariantNode::setReadOnly(bool readOnly)
 
 void CMVariantNode::setValue(const QVariant& value)
 {
-    const QMutexLocker lock(mutex());
+    const CMNodeLocker lock(mutex());
     if (isSame(value, m_value))
         return;
     m_value = value;
