@@ -40,7 +40,7 @@ QString pathOf(const QString& url)
     return url.startsWith("file://") ? url.mid(7) : QString();
 }
 
-/// No file of this process may grow beyond so many bytes meanwhile.
+/// No file of this process may grow beyond so many bytes meanwhile, nor may the file that the results are written to.
 class FileLimit
 {
 public:
@@ -246,10 +246,12 @@ private slots:
     void aFileThatCannotBeWrittenLeavesNothing()
     {
         QFETCH(int, size);
+        QString url = "none";
         {
             const FileLimit limit(1000);
-            QCOMPARE(store(m_name, QByteArray(size, 'x')), QString());
+            url = store(m_name, QByteArray(size, 'x'));
         }
+        QCOMPARE(url, QString());
         QCOMPARE(storage()->getName(m_name), QString());
         QCOMPARE(filesOfThisTest(), QStringList());
         // And nothing takes the bytes for stored ones later.
@@ -259,9 +261,15 @@ private slots:
     void appendTellsWhenNotAllBytesWentOut()
     {
         TemporaryDataStorage::FileInfo info = storage()->create(m_name, "", QString());
-        const FileLimit limit(1000);
-        QVERIFY(storage()->append(info, QByteArray(1000, 'x').constData(), 1000));
-        QVERIFY(!storage()->append(info, "y", 1));
+        bool within = false;
+        bool beyond = true;
+        {
+            const FileLimit limit(1000);
+            within = storage()->append(info, QByteArray(1000, 'x').constData(), 1000);
+            beyond = storage()->append(info, "y", 1);
+        }
+        QVERIFY(within);
+        QVERIFY(!beyond);
     }
 
     // Removing

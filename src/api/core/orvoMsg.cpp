@@ -1,0 +1,3 @@
+#include "core/orvoMsg.h"
+
+OrvoMsg::~OrvoMsg() = default;
