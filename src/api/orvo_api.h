@@ -59,6 +59,7 @@
 #include "core/orvoJson.h"
 #include "core/orvoLanguage.h"
 #include "core/orvoLogger.h"
+#include "core/orvoMemoryAccess.h"
 #include "core/orvoMimeTypes.h"
 #include "core/orvoMsg.h"
 #include "core/orvoMsgAudioPayload.h"

@@ -1,12 +1,18 @@
 #include "core/orvo.h"
 
+#include "core/model/cmabstractworker.h"
+#include "core/model/cmroot.h"
 #include "core/orvoJson.h"
+#include "records/orvoconstants.h"
+#include "records/orvodevice.h"
 #include "records/orvovalue.h"
 
 #include <QCryptographicHash>
 #include <QDBusConnection>
 #include <QDateTime>
 #include <QDebug>
+#include <QMutex>
+#include <QMutexLocker>
 #include <QObject>
 #include <QThread>
 #include <QUuid>
@@ -131,4 +137,21 @@ double orvoScaleVolume(double sourceVolume, double sourceMaxVolume, double desti
 int orvoScaleVolume(double sourceVolume, double sourceMaxVolume, int destinationMaxVolume)
 {
     return int(orvoScaleVolume(sourceVolume, sourceMaxVolume, double(destinationMaxVolume)) + 0.5);
+}
+
+void orvoReportUserActivity()
+{
+    {
+        static QMutex mutex;
+        static long long last = 0;
+        const QMutexLocker locker(&mutex);
+        const long long now = QElapsedTimer_getMonotonicMsecs();
+        if (now - last <= 5000)
+            return;
+        last = now;
+    }
+    CMRoot()->invoke(OrvoSystemManagerResetIdleTimePath(), QVariant());
+    CMRoot()->invoke(OrvoPowerManagerTargetRequestPath(), OrvoPowerManagerTarget()
+                                                              .setTarget(OrvoPowerManagerTargets::On)
+                                                              .setReason(OrvoPowerManagerTargetReason::UserActivity));
 }

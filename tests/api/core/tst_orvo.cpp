@@ -235,6 +235,46 @@ private slots:
         QTEST(orvoValueToQString(value), "text");
     }
 
+    // Volume
+
+    void volumesChangeTheirScale()
+    {
+        QCOMPARE(orvoScaleVolume(5.0, 10.0, 100.0), 50.0);
+        QCOMPARE(orvoScaleVolume(0.0, 10.0, 100.0), 0.0);
+        QCOMPARE(orvoScaleVolume(10.0, 10.0, 100.0), 100.0);
+        QCOMPARE(orvoScaleVolume(1.0, 3.0, 1.0), 1.0 / 3.0);
+        QCOMPARE(orvoScaleVolume(3.0, 3.0, 0.0), 0.0);
+        QCOMPARE(orvoScaleVolume(0.0, 0.0, 100.0), 100.0);
+        QCOMPARE(orvoScaleVolume(0.0, 0.0, 0.0), 0.0);
+    }
+
+    void wholeVolumesAreRounded()
+    {
+        QCOMPARE(orvoScaleVolume(5, 10, 100), 50);
+        QCOMPARE(orvoScaleVolume(1.0, 3.0, 100), 33);
+        QCOMPARE(orvoScaleVolume(2.0, 3.0, 100), 67);
+        QCOMPARE(orvoScaleVolume(1.0, 2.0, 1), 1);
+        QCOMPARE(orvoScaleVolume(0.0, 0.0, 100), 100);
+    }
+
+    void aVolumeOffItsScaleStopsTheProcess_data()
+    {
+        QTest::addColumn<QByteArray>("invariant");
+        QTest::newRow("1 -1 1") << QByteArray("sourceMaxVolume >= 0");
+        QTest::newRow("1 1 -1") << QByteArray("destinationMaxVolume >= 0");
+        QTest::newRow("-1 1 1") << QByteArray("sourceVolume >= 0 && sourceVolume <= sourceMaxVolume");
+        QTest::newRow("2 1 1") << QByteArray("sourceVolume >= 0 && sourceVolume <= sourceMaxVolume");
+        QTest::newRow("1 1 1") << QByteArray();
+    }
+
+    void aVolumeOffItsScaleStopsTheProcess()
+    {
+        QFETCH(QByteArray, invariant);
+        const ChildEnd end = runThisProgram({"--volume", QTest::currentDataTag()});
+        QCOMPARE(end.stopped, !invariant.isEmpty());
+        QVERIFY2(end.errors.contains('"' + invariant + '"') == end.stopped, end.errors.constData());
+    }
+
     // Threads
 
     void aThreadNameIsCutTo15Bytes_data()
@@ -285,6 +325,12 @@ int main(int argc, char** argv)
                                                                              : which == "otherArguments"
                                                       ? SLOT(deleteLater(QString))
                                                       : SLOT(hear(int)));
+        return 0;
+    }
+    if (arguments.value(1) == QLatin1String("--volume")) {
+        leaveNoCore();
+        const QStringList volumes = arguments.value(2).split(' ');
+        orvoScaleVolume(volumes.at(0).toDouble(), volumes.at(1).toDouble(), volumes.at(2).toDouble());
         return 0;
     }
     tst_Orvo test;
