@@ -29,8 +29,8 @@ struct OrvoMsgStatus
  *
  * Belongs to one thread at a time. Sending blocks the caller until the reader takes the message, without limit when
  * there is no reader, unless setNonBlock() says otherwise; nothing is queued here, and nothing of this object is
- * allocated while a message is sent. A reader may come, go and come back; what it had not read is lost then. The same
- * holds for what the socket has not yet given to the system when this end closes.
+ * allocated while a message is sent. A reader may come, go and come back. What lies between the two ends when one of
+ * them closes is lost, and no answer tells how far the reader is: the sender of a last message stays for a while.
  */
 class OrvoMsgPipeline : public QObject
 {
