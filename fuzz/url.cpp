@@ -36,7 +36,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     // Text is literal, and the escapes of any text give it back.
     OrvoUrl().setUrl(text);
-    FUZZ_CHECK(OrvoUrl::fromPercentEncoding(OrvoUrl::toPercentEncoding(text)) == text);
+    // Save for a mark of the encoding at the start, which is no text for QUrl.
+    if (!text.startsWith(QChar(QChar::ByteOrderMark)))
+        FUZZ_CHECK(OrvoUrl::fromPercentEncoding(OrvoUrl::toPercentEncoding(text)) == text);
     OrvoUrl::fromPercentEncoding(bytes);
     MimeTypes::URIToMimeType(text, QString());
     return 0;

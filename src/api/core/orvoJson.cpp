@@ -2,6 +2,7 @@
 
 #include "core/orvoJson_p.h"
 #include "core/orvoLog_p.h"
+#include "core/orvoUtf8_p.h"
 #include "records/orvoerror.h"
 
 #include "json_sax.h"
@@ -72,7 +73,7 @@ QString toText(const char* data, uint32_t length)
 {
     if (!length)
         return QStringLiteral("");
-    return isAscii(data, length) ? QString::fromLatin1(data, int(length)) : QString::fromUtf8(data, int(length));
+    return isAscii(data, length) ? QString::fromLatin1(data, int(length)) : orvoFromUtf8(data, int(length));
 }
 
 /**
@@ -358,7 +359,7 @@ QByteArray OrvoJson::serializePretty(const QVariant& value)
 QString OrvoJson::escape(const QString& text)
 {
     const QByteArray json = serialize(QVariant(text));
-    return QString::fromUtf8(json.constData() + 1, json.size() - 2);
+    return orvoFromUtf8(json.constData() + 1, json.size() - 2);
 }
 
 QString OrvoJson::unescape(const QString& text, OrvoError& error)

@@ -231,6 +231,7 @@ private slots:
     void integersBeyond64BitsSaturate();
     void floatsReadAsQtReadsThem();
     void textIsReadAsUtf8();
+    void aMarkOfTheEncodingInATextIsText();
     void nestingEndsAt512();
     void bytesBehindAViewAreNotRead();
     void equalKeysAndShortTextsShareTheirMemory();
@@ -498,6 +499,18 @@ void TestOrvoJson::floatsReadAsQtReadsThem()
         const QByteArray json = text.contains('.') || text.contains('e') ? text : text + ".0";
         QVERIFY2(isSame(parsed('[' + json + ']').toList().value(0), QString::fromUtf8(json).toDouble()), json);
     }
+}
+
+void TestOrvoJson::aMarkOfTheEncodingInATextIsText()
+{
+    const QString mark(QChar::ByteOrderMark);
+    for (const QString& text : {mark, mark + 'a', mark + mark + 'a' + mark, 'a' + mark}) {
+        QVERIFY(isSame(parsed("[\"" + text.toUtf8() + "\"]"), QVariantList{text}));
+        QVERIFY(isSame(parsed(OrvoJson::serialize(QVariantHash{{text, text}})), QVariantHash{{text, text}}));
+        OrvoError error;
+        QCOMPARE(OrvoJson::unescape(OrvoJson::escape(text), error), text);
+    }
+    QVERIFY(isSame(parsed("[\"\\ufeffa\"]"), QVariantList{QString(mark + 'a')}));
 }
 
 void TestOrvoJson::textIsReadAsUtf8()

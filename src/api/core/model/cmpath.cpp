@@ -1,6 +1,7 @@
 #include "core/model/cmpath.h"
 
 #include "core/orvoLog_p.h"
+#include "core/orvoUtf8_p.h"
 
 #include <QDebug>
 
@@ -20,7 +21,7 @@ bool needsEscape(QChar c)
 /// The bytes as text, null for none. Unlike QString::fromUtf8(QByteArray) it keeps what stands behind a NUL.
 QString fromUtf8(const QByteArray& bytes)
 {
-    return bytes.size() > 0 ? QString::fromUtf8(bytes.constData(), bytes.size()) : QString();
+    return bytes.size() > 0 ? orvoFromUtf8(bytes.constData(), bytes.size()) : QString();
 }
 
 QString escaped(const QString& text)

@@ -203,6 +203,16 @@ private slots:
         QCOMPARE(capture.lines(), QStringList());
     }
 
+    void aMarkOfTheEncodingIsText()
+    {
+        const QString mark(QChar::ByteOrderMark);
+        for (const QString& text : {mark, mark + 'a', mark + mark + 'a' + mark, 'a' + mark}) {
+            const CMPath marked = path(text, {{text, text}});
+            QVERIFY(CMPath::fromEncoded(marked.toEncoded()) == marked);
+            QVERIFY(CMPath::fromEncoded(marked.toEncoded().toUtf8()) == marked);
+        }
+    }
+
     void onlyTheTextFormOfExactlyThatAddressIsSpecial()
     {
         const QString address = QLatin1String(catalogueAddress);
