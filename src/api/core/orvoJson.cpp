@@ -152,7 +152,22 @@ struct MyJsonDom
     {
         if (length >= 1024)
             values.emplace();
+        stack.swap(lastStack());
         stack.reserve(8);
+    }
+    ~MyJsonDom()
+    {
+        stack.clear();
+        stack.swap(lastStack());
+    }
+    MyJsonDom(const MyJsonDom&) = delete;
+    MyJsonDom& operator=(const MyJsonDom&) = delete;
+
+    /// Its room is used again by the next text of the thread.
+    static QStack<StackItem>& lastStack()
+    {
+        static thread_local QStack<StackItem> stack;
+        return stack;
     }
 
     static TextCache& lastKeys()

@@ -97,19 +97,20 @@ void CMRPCReplyWatcher::finished(const CMVoidReply& reply)
 {
     Q_ASSERT(reply == m_reply);
     LOG4CPLUS_TRACE(logger(), "Request finished: " << m_request);
-    emit replyFinished(m_request.id(), reply);
     if (thread() != QThread::currentThread()) {
+        emit replyFinished(m_request.id(), reply);
         QMetaObject::invokeMethod(
             this, [this, reply] { tell(reply); }, Qt::QueuedConnection);
         deleteLater();
-        return;
-    }
-    const bool isAlone = !m_owner;
-    tell(reply);
-    if (isAlone)
-        deleteLater();
-    else
+    } else if (m_queue) {
+        // Nobody is connected to a watcher with an owner.
+        tell(reply);
         delete this;
+    } else {
+        emit replyFinished(m_request.id(), reply);
+        tell(reply);
+        deleteLater();
+    }
 }
 
 void CMRPCReplyWatcher::tell(const CMVoidReply& reply)
