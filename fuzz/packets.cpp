@@ -13,6 +13,7 @@
 #include "records/orvovalue.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QLocalSocket>
 #include <QPointer>
 
@@ -35,7 +36,10 @@ public:
         CMValueNode* const value = CMValueNode::create(m_worker.nodes(), m_worker.addPrefix(QStringLiteral("a")));
         value->setValue(OrvoValue().setI32_(5));
         CMContainerNode::create(m_worker.nodes(), m_worker.addPrefix(QStringLiteral("b")));
-        m_server.reset(new CMRPCServer(nullptr, QStringLiteral("fuzz-%1").arg(getpid())));
+        const QString name = QStringLiteral("fuzz-%1").arg(getpid());
+        m_server.reset(new CMRPCServer(nullptr, name));
+        // Clients come by a pair of sockets; nothing stays behind on the disk.
+        QFile::remove(CMRPCSocket::socketPathFromPrefix(name));
     }
 
     /// The bytes arrive in pieces, then the client is gone.
