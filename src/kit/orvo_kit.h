@@ -6,3 +6,4 @@
 
 #include "cmremoteworker.h"
 #include "cmroutingworker.h"
+#include "orvohttpgateway.h"
