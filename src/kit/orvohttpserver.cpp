@@ -14,6 +14,7 @@
 #include <cstring>
 #include <netinet/in.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -130,8 +131,9 @@ void OrvoHttpExchange::onHangUp(std::function<void()> function)
 {
     if (isAnswered() || !m_suspended || !m_server)
         return;
+    if (m_server->m_hungUp.contains(socketOf(m_connection)))
+        return function();
     m_onHangUp = std::move(function);
-    m_server->watchHangUp(*this);
 }
 
 /// What the library calls, all of it within MHD_run() or MHD_stop_daemon().
@@ -157,6 +159,7 @@ struct OrvoHttpServer::Callbacks
             return take(server, exchange, data, size);
         if (exchange.m_tooLarge)
             server->m_handler->refuseTooLarge(exchange);
+        server->m_serving.insert(socketOf(connection));
         if (exchange.isAnswered())
             return send(exchange);
         MHD_suspend_connection(connection);
@@ -166,12 +169,25 @@ struct OrvoHttpServer::Callbacks
         return MHD_YES;
     }
 
-    static void completed(void*, MHD_Connection*, void** context, MHD_RequestTerminationCode)
+    static void completed(void* cls, MHD_Connection* connection, void** context, MHD_RequestTerminationCode)
     {
+        static_cast<OrvoHttpServer*>(cls)->m_serving.remove(socketOf(connection));
         std::unique_ptr<Holder> holder(static_cast<Holder*>(*context));
         if (holder)
             (*holder)->m_connection = nullptr;
         *context = nullptr;
+    }
+
+    static void connection(void* cls, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code)
+    {
+        auto* server = static_cast<OrvoHttpServer*>(cls);
+        epoll_event event{};
+        event.events = EPOLLRDHUP | EPOLLET;
+        event.data.fd = socketOf(connection);
+        const bool started = code == MHD_CONNECTION_NOTIFY_STARTED;
+        server->m_hungUp.remove(event.data.fd);
+        if (epoll_ctl(server->m_hangUps, started ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, event.data.fd, &event) != 0)
+            LOG4CPLUS_WARN(logger(), "A client that hangs up may not be noticed: " << strerror(errno));
     }
 
 private:
@@ -260,7 +276,8 @@ QString OrvoHttpServer::listen(const QHostAddress& address, quint16 port)
         m_daemon = MHD_start_daemon(
             MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &Callbacks::received,
             this, MHD_OPTION_EXTERNAL_LOGGER, &logLibrary, nullptr, MHD_OPTION_LISTEN_SOCKET, fd,
-            MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::completed, this, MHD_OPTION_CONNECTION_LIMIT, connectionLimit,
+            MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::completed, this, MHD_OPTION_NOTIFY_CONNECTION,
+            &Callbacks::connection, this, MHD_OPTION_CONNECTION_LIMIT, connectionLimit,
             MHD_OPTION_CONNECTION_TIMEOUT, unsigned(m_idleTimeout), MHD_OPTION_CONNECTION_MEMORY_LIMIT,
             connectionMemory, MHD_OPTION_END);
     if (!m_daemon) {
@@ -300,10 +317,12 @@ void OrvoHttpServer::run()
 void OrvoHttpServer::schedule()
 {
     MHD_UNSIGNED_LONG_LONG ms = 0;
+    const bool waits = MHD_get_timeout(m_daemon, &ms) == MHD_YES;
     // The library does not count connections that it is about to resume.
-    if (m_resumed)
-        m_timer.start(0);
-    else if (MHD_get_timeout(m_daemon, &ms) == MHD_YES)
+    if (m_resumed || (waits && ms == 0))
+        return m_timer.start(0);
+    closeHungUp();
+    if (waits)
         m_timer.start(int(std::min<MHD_UNSIGNED_LONG_LONG>(ms, INT_MAX)));
     else
         m_timer.stop();
@@ -313,20 +332,10 @@ void OrvoHttpServer::resume(OrvoHttpExchange& exchange)
 {
     const int fd = socketOf(exchange.m_connection);
     const auto kept = m_open.take(fd);
-    epoll_ctl(m_hangUps, EPOLL_CTL_DEL, fd, nullptr);
     exchange.m_suspended = false;
     MHD_resume_connection(exchange.m_connection);
     m_resumed = true;
     m_timer.start(0);
-}
-
-void OrvoHttpServer::watchHangUp(OrvoHttpExchange& exchange)
-{
-    epoll_event event{};
-    event.events = EPOLLRDHUP | EPOLLET;
-    event.data.fd = socketOf(exchange.m_connection);
-    if (epoll_ctl(m_hangUps, EPOLL_CTL_ADD, event.data.fd, &event) != 0)
-        LOG4CPLUS_WARN(logger(), "A client that hangs up will not be noticed: " << strerror(errno));
 }
 
 void OrvoHttpServer::on_hangUps_activated()
@@ -334,11 +343,29 @@ void OrvoHttpServer::on_hangUps_activated()
     epoll_event events[64];
     const int count = epoll_wait(m_hangUps, events, 64, 0);
     QList<std::shared_ptr<OrvoHttpExchange>> gone;
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
+        m_hungUp.insert(events[i].data.fd);
         if (const auto exchange = m_open.value(events[i].data.fd))
             gone.append(exchange);
+    }
+    m_timer.start(0);
     // A function may destroy this server, and answer the exchanges behind it.
     for (const auto& exchange : qAsConst(gone))
         if (const auto function = std::exchange(exchange->m_onHangUp, nullptr))
             function();
+}
+
+/// Ends the connections whose clients left a request unfinished. All that they sent has been read.
+void OrvoHttpServer::closeHungUp()
+{
+    for (auto it = m_hungUp.begin(); it != m_hungUp.end();) {
+        int unread = 0;
+        if (m_serving.contains(*it) || (ioctl(*it, FIONREAD, &unread) == 0 && unread > 0)) {
+            ++it;
+            continue;
+        }
+        // The library sees this end, and closes the socket.
+        shutdown(*it, SHUT_RDWR);
+        it = m_hungUp.erase(it);
+    }
 }

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QPair>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QTimer>
 
@@ -112,15 +113,20 @@ private:
     void run();
     void schedule();
     void resume(OrvoHttpExchange& exchange);
-    void watchHangUp(OrvoHttpExchange& exchange);
     void on_hangUps_activated();
+    void closeHungUp();
 
     OrvoHttpHandler* const m_handler;
     MHD_Daemon* m_daemon = nullptr;
     QSocketNotifier* m_notifier = nullptr;
     QSocketNotifier* m_hangUpNotifier = nullptr;
-    /// epoll descriptor of the sockets of suspended connections, which the library does not look at.
+    /// epoll descriptor that tells which clients send no more: the library does not look at suspended connections, and
+    /// misses an end that comes together with the last bytes.
     int m_hangUps = -1;
+    /// Sockets of clients that send no more.
+    QSet<int> m_hungUp;
+    /// Sockets with a request that is complete and whose answer is not yet out.
+    QSet<int> m_serving;
     QTimer m_timer{this};
     quint16 m_port = 0;
     qint64 m_bodyLimit = 1024 * 1024;
