@@ -21,7 +21,8 @@ class QHostAddress;
  * nothing has a lock; all functions are for that thread. What waits for an answer, a long poll above all, is a
  * suspended connection, which takes a socket and a buffer and no thread. It ends with its answer, with its client, at
  * its time limit, or with this object, which answers all that are open; nothing of it outlives this object. Replies of
- * the model that come later find nobody and are dropped. It may be destroyed in any callback that it caused.
+ * the model that come later find nobody and are dropped. It may be destroyed by what it
+ * asks of the model, within the call.
  *
  * It is meant for clients of the same device and for browsers. A browser that shows a foreign page could be made to
  * send requests: those with a foreign Origin or Host are refused, and so is writing as long as it is not allowed.
@@ -46,7 +47,7 @@ public:
     void setWritesAllowed(bool allowed);
     /// Names of this device, beside localhost and the address that the client reached, that a Host header may carry.
     void setHostNames(const QStringList& names);
-    /// Asked ahead of each request and each subscription.
+    /// Asked ahead of each request and each subscription. It must not destroy the gateway.
     void setPathCheck(PathCheck check);
     /// How long the model may take for an answer, in milliseconds; 10,000 unless set.
     void setRequestTimeout(int ms);
