@@ -260,8 +260,10 @@ void CMEventQueue::on_timer_timeout()
 
 void CMEventQueue::askInternal(const CMPath& path)
 {
+    // The node that is asked may destroy this queue.
+    const QPointer<CMEventQueue> queue(this);
     const CMReply<QVariantList> reply = CMRoot()->getData(path, {OrvoRoles::Internal()});
-    reply.addWatcher([queue = QPointer<CMEventQueue>(this), plainPath = path.withoutParams()](const CMVoidReply& r) {
+    reply.addWatcher([queue, plainPath = path.withoutParams()](const CMVoidReply& r) {
         if (!queue || !r.error().name().isEmpty()
             || !static_cast<CMReplyData<QVariantList>*>(r.data())->value().value(0).toBool())
             return;
