@@ -118,9 +118,8 @@ public:
     qint64 residentBytes() const
     {
         QFile file(QStringLiteral("/proc/%1/statm").arg(m_gateway.processId()));
-        return file.open(QIODevice::ReadOnly)
-                   ? file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE)
-                   : 0;
+        return file.open(QIODevice::ReadOnly) ? file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE)
+                                              : 0;
     }
 
 private:

@@ -184,10 +184,10 @@ const QHash<QByteArray, OrvoHttpGateway::Private::Endpoint>& OrvoHttpGateway::Pr
 void OrvoHttpGateway::Private::begin(OrvoHttpExchange& exchange)
 {
     const QByteArray scheme("http://");
-    const bool foreign = !isOurs(exchange, exchange.host)
-                         || (!exchange.origin.isNull()
-                             && (!exchange.origin.startsWith(scheme)
-                                 || !isOurs(exchange, exchange.origin.mid(scheme.size()))));
+    const bool foreign =
+        !isOurs(exchange, exchange.host)
+        || (!exchange.origin.isNull()
+            && (!exchange.origin.startsWith(scheme) || !isOurs(exchange, exchange.origin.mid(scheme.size()))));
     if (foreign)
         return refuse(exchange, failure(ErrorForeign(), QStringLiteral("Not from or for this host")));
 
@@ -330,9 +330,7 @@ void OrvoHttpGateway::Private::setData(const Exchange& exchange, OrvoHttpInput& 
     const QPointer<OrvoHttpServer> alive(m_server.get());
     const CMReply<QVariant> reply = CMRoot()->setData(path, role, value);
     if (alive)
-        follow(exchange, reply, [](const QVariant& stored) {
-            return QVariantHash{{QStringLiteral("value"), stored}};
-        });
+        follow(exchange, reply, [](const QVariant& stored) { return QVariantHash{{QStringLiteral("value"), stored}}; });
 }
 
 void OrvoHttpGateway::Private::invoke(const Exchange& exchange, OrvoHttpInput& input)
@@ -345,9 +343,7 @@ void OrvoHttpGateway::Private::invoke(const Exchange& exchange, OrvoHttpInput& i
     const QPointer<OrvoHttpServer> alive(m_server.get());
     const CMReply<QVariant> reply = CMRoot()->invoke(path, value);
     if (alive)
-        follow(exchange, reply, [](const QVariant& result) {
-            return QVariantHash{{QStringLiteral("value"), result}};
-        });
+        follow(exchange, reply, [](const QVariant& result) { return QVariantHash{{QStringLiteral("value"), result}}; });
 }
 
 void OrvoHttpGateway::Private::modifyQueue(const Exchange& exchange, OrvoHttpInput& input)

@@ -225,8 +225,8 @@ private:
 
     static MHD_Result send(OrvoHttpExchange& exchange)
     {
-        MHD_Response* response = MHD_create_response_from_buffer(
-            size_t(exchange.m_content.size()), exchange.m_content.data(), MHD_RESPMEM_MUST_COPY);
+        MHD_Response* response = MHD_create_response_from_buffer(size_t(exchange.m_content.size()),
+                                                                 exchange.m_content.data(), MHD_RESPMEM_MUST_COPY);
         if (!response)
             return MHD_NO;
         MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, exchange.m_contentType.constData());
@@ -277,9 +277,8 @@ QString OrvoHttpServer::listen(const QHostAddress& address, quint16 port)
             MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &Callbacks::received,
             this, MHD_OPTION_EXTERNAL_LOGGER, &logLibrary, nullptr, MHD_OPTION_LISTEN_SOCKET, fd,
             MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::completed, this, MHD_OPTION_NOTIFY_CONNECTION,
-            &Callbacks::connection, this, MHD_OPTION_CONNECTION_LIMIT, connectionLimit,
-            MHD_OPTION_CONNECTION_TIMEOUT, unsigned(m_idleTimeout), MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-            connectionMemory, MHD_OPTION_END);
+            &Callbacks::connection, this, MHD_OPTION_CONNECTION_LIMIT, connectionLimit, MHD_OPTION_CONNECTION_TIMEOUT,
+            unsigned(m_idleTimeout), MHD_OPTION_CONNECTION_MEMORY_LIMIT, connectionMemory, MHD_OPTION_END);
     if (!m_daemon) {
         const QString reason = systemError("Cannot start the HTTP server");
         close(fd);

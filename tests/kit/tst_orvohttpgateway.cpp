@@ -74,8 +74,8 @@ private slots:
     void init()
     {
         ForwardingRoot::instance();
-        m_worker = std::make_unique<CMNodesWorker>(
-            QHash<QString, QVariant>{{OrvoWorkerArguments::Prefix(), "web:"}}, "web");
+        m_worker =
+            std::make_unique<CMNodesWorker>(QHash<QString, QVariant>{{OrvoWorkerArguments::Prefix(), "web:"}}, "web");
         ForwardingRoot::instance()->reset(m_worker.get());
         m_node = new MeddlingNode(path("value"));
         m_node->setValue(OrvoValue().setI32_(7));

@@ -26,8 +26,7 @@ class Curl
 public:
     explicit Curl(const QStringList& arguments, const QByteArray& input = QByteArray())
     {
-        m_process.start(QStringLiteral("curl"),
-                        QStringList{"-sS", "-m", "60", "-w", "\n%{http_code}"} + arguments);
+        m_process.start(QStringLiteral("curl"), QStringList{"-sS", "-m", "60", "-w", "\n%{http_code}"} + arguments);
         m_process.write(input);
         m_process.closeWriteChannel();
     }

@@ -115,8 +115,8 @@ int main(int argc, char* argv[])
         QStringLiteral("Serves the content tree of this device over HTTP, and a page to browse it."));
     parser.addHelpOption();
     parser.addOptions({
-        {QStringLiteral("listen"), QStringLiteral("Where to listen; port 0 picks one."),
-         QStringLiteral("ADDRESS:PORT"), QStringLiteral("127.0.0.1:8480")},
+        {QStringLiteral("listen"), QStringLiteral("Where to listen; port 0 picks one."), QStringLiteral("ADDRESS:PORT"),
+         QStringLiteral("127.0.0.1:8480")},
         {QStringLiteral("allow-writes"), QStringLiteral("Serve setData and invoke, too.")},
         {QStringLiteral("host"), QStringLiteral("A name of this device that clients may use; may be repeated."),
          QStringLiteral("NAME")},

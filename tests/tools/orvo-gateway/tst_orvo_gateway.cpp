@@ -75,8 +75,7 @@ private slots:
     void invokeGivesTheResultOfTheAction()
     {
         startWriter();
-        const HttpAnswer answer =
-            m_f->post("/api/invoke", "{'path':'@:echo','value':{'list':[1,2.5,'x',null,true]}}");
+        const HttpAnswer answer = m_f->post("/api/invoke", "{'path':'@:echo','value':{'list':[1,2.5,'x',null,true]}}");
         QCOMPARE(answer.status, 200);
         const QJsonObject echoed = answer.json().value("value").toObject();
         QCOMPARE(echoed.value("list").toArray(), (QJsonArray{1, 2.5, "x", QJsonValue(), true}));
@@ -212,8 +211,7 @@ private slots:
         QCOMPARE(answer.text("queueId"), queue);
         QCOMPARE(answer.json().value("modified").toBool(), true);
         m_f->setVolume(41);
-        m_f->post("/api/setData",
-                  "{'path':'@:name','role':'value','value':{'type':'string_','string_':'Garden'}}");
+        m_f->post("/api/setData", "{'path':'@:name','role':'value','value':{'type':'string_','string_':'Garden'}}");
         const QJsonArray events = m_f->poll(queue).list("events");
         QCOMPARE(events.size(), 1);
         QCOMPARE(events.at(0).toObject().value("path").toString(), m_f->named("@:name"));
@@ -292,9 +290,14 @@ private slots:
 
     void badArgumentsEndTheProgram()
     {
-        const QList<QStringList> wrong{{"--listen", "8480"},          {"--listen", "host:8480"}, {"--listen", ":1"},
-                                       {"--listen", "127.0.0.1:x"},   {"--nothing"},             {"word"},
-                                       {"--timeout", "0"},            {"--idle-timeout", "x"},
+        const QList<QStringList> wrong{{"--listen", "8480"},
+                                       {"--listen", "host:8480"},
+                                       {"--listen", ":1"},
+                                       {"--listen", "127.0.0.1:x"},
+                                       {"--nothing"},
+                                       {"word"},
+                                       {"--timeout", "0"},
+                                       {"--idle-timeout", "x"},
                                        {"--listen", "127.0.0.1:65536"}};
         for (const QStringList& arguments : wrong) {
             QProcess process;
@@ -378,31 +381,29 @@ void tst_orvo_gateway::faultsHaveTheirStatus_data()
     QTest::newRow("JSON with a tail") << set << QByteArray("{} {}") << 400 << malformed;
     QTest::newRow("JSON list") << set << QByteArray("[]") << 400 << malformed;
     QTest::newRow("JSON null") << set << QByteArray("null") << 400 << malformed;
-    QTest::newRow("path is no text") << set << QByteArray("{'path':[],'role':'value','value':1}") << 400
-                                     << malformed;
+    QTest::newRow("path is no text") << set << QByteArray("{'path':[],'role':'value','value':1}") << 400 << malformed;
     QTest::newRow("no role") << set << QByteArray("{'path':'@:volume','value':1}") << 400 << malformed;
     QTest::newRow("no value") << set << QByteArray("{'path':'@:volume','role':'value'}") << 400 << malformed;
     QTest::newRow("deep JSON") << "/api/invoke"
-                               << "{'path':'@:echo','value':" + QByteArray(200, '[') + QByteArray(200, ']') + '}'
-                               << 400 << malformed;
+                               << "{'path':'@:echo','value':" + QByteArray(200, '[') + QByteArray(200, ']') + '}' << 400
+                               << malformed;
     QTest::newRow("deepest JSON") << "/api/invoke"
                                   << "{'path':'@:echo','value':" + QByteArray(5000, '[') << 400 << malformed;
     QTest::newRow("write to nothing") << set << QByteArray("{'path':'@:no','role':'value','value':1}") << 404
                                       << invalidPath;
-    QTest::newRow("invoke away") << "/api/invoke" << QByteArray("{'path':'no@:x','value':1}") << 502
-                                 << unreachable;
+    QTest::newRow("invoke away") << "/api/invoke" << QByteArray("{'path':'no@:x','value':1}") << 502 << unreachable;
 
-    QTest::newRow("subscription of type 3") << modify << QByteArray("{'subscribes':[{'path':'@:volume','type':3}]}")
-                                            << 400 << malformed;
+    QTest::newRow("subscription of type 3")
+        << modify << QByteArray("{'subscribes':[{'path':'@:volume','type':3}]}") << 400 << malformed;
     QTest::newRow("subscription type as text")
         << modify << QByteArray("{'subscribes':[{'path':'@:volume','type':'1'}]}") << 400 << malformed;
-    QTest::newRow("subscription without path") << modify << QByteArray("{'subscribes':[{'type':1}]}") << 400
-                                               << malformed;
-    QTest::newRow("subscriptions no list") << modify << QByteArray("{'subscribes':{'path':'@:volume','type':1}}")
-                                           << 400 << malformed;
+    QTest::newRow("subscription without path")
+        << modify << QByteArray("{'subscribes':[{'type':1}]}") << 400 << malformed;
+    QTest::newRow("subscriptions no list")
+        << modify << QByteArray("{'subscribes':{'path':'@:volume','type':1}}") << 400 << malformed;
     QTest::newRow("queue id no text") << modify << QByteArray("{'queueId':7}") << 400 << malformed;
-    QTest::newRow("subscription away") << modify << QByteArray("{'subscribes':[{'path':'no@:volume','type':1}]}")
-                                       << 502 << unreachable;
+    QTest::newRow("subscription away") << modify << QByteArray("{'subscribes':[{'path':'no@:volume','type':1}]}") << 502
+                                       << unreachable;
     QTest::newRow("time-out no number") << "/api/event/pollQueue?queueId=x&timeout=soon" << get << 400 << malformed;
 }
 

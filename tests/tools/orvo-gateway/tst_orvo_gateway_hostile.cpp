@@ -116,10 +116,27 @@ private:
     }
     void breakOnce(QByteArray* request)
     {
-        static const char* const tokens[] = {"\r\n",     "\r\n\r\n", "%00",    "{",      "[[[[[[[[", "\"",   "-1",
-                                             "99999999999999999999", "1e999",  "\\ud800", "null",     "?",    "&",
-                                             "Content-Length: 7\r\n", "\xff\xfe", "Transfer-Encoding: chunked\r\n",
-                                             "Expect: 100-continue\r\n", "HTTP/9.9", " ", "%", "\0"};
+        static const char* const tokens[] = {"\r\n",
+                                             "\r\n\r\n",
+                                             "%00",
+                                             "{",
+                                             "[[[[[[[[",
+                                             "\"",
+                                             "-1",
+                                             "99999999999999999999",
+                                             "1e999",
+                                             "\\ud800",
+                                             "null",
+                                             "?",
+                                             "&",
+                                             "Content-Length: 7\r\n",
+                                             "\xff\xfe",
+                                             "Transfer-Encoding: chunked\r\n",
+                                             "Expect: 100-continue\r\n",
+                                             "HTTP/9.9",
+                                             " ",
+                                             "%",
+                                             "\0"};
         const int place = number(request->size() + 1);
         switch (number(6)) {
         case 0:
@@ -186,8 +203,7 @@ private slots:
         QVERIFY(m_f->startGateway({"--allow-writes"}));
         QByteArray body = m_f->json("{'path':'@:echo','value':'").toUtf8();
         body.append(QByteArray(size - body.size() - 2, 'x')).append("\"}");
-        const HttpAnswer answer =
-            Curl({"-H", header, "--data-binary", "@-", m_f->at("/api/invoke")}, body).answer();
+        const HttpAnswer answer = Curl({"-H", header, "--data-binary", "@-", m_f->at("/api/invoke")}, body).answer();
         QCOMPARE(answer.status, status);
         QCOMPARE(answer.error(), QString(status == 413 ? "OrvoHttpGateway::tooLarge" : ""));
         QCOMPARE(m_f->volume(), 20);
@@ -257,8 +273,8 @@ private slots:
         const int begin = answers.indexOf("{", answers.indexOf("\"queueId\""));
         const QByteArray known = answers.mid(begin, 38);
         const HttpAnswer answer = m_f->post("/api/event/modifyQueue", "{'queueId':'" + known
-                                                                           + "','subscribes':[{'path':'@:volume',"
-                                                                             "'type':13}]}");
+                                                                          + "','subscribes':[{'path':'@:volume',"
+                                                                            "'type':13}]}");
         QCOMPARE(answer.status, 200);
         QCOMPARE(answer.text("queueId").toLatin1(), known);
         m_f->setVolume(41);
@@ -271,8 +287,7 @@ private slots:
         QByteArrayList records;
         for (int i = 0; i < 1024; ++i)
             records.append("{'path':'@:p" + QByteArray::number(i) + "','type':13}");
-        const HttpAnswer answer =
-            m_f->post("/api/event/modifyQueue", "{'subscribes':[" + records.join(',') + "]}");
+        const HttpAnswer answer = m_f->post("/api/event/modifyQueue", "{'subscribes':[" + records.join(',') + "]}");
         QCOMPARE(answer.status, 200);
         const QByteArray id = "{'queueId':'" + answer.text("queueId").toLatin1() + "',";
         const QByteArray one = "[{'path':'@:volume','type':13}]}";

@@ -18,8 +18,11 @@ private:
     {
         return QStringLiteral("document.querySelector('#rows li[data-%1=\"%2\"]')").arg(attribute, m_f->named(value));
     }
-    QString titles() const { return text("[...document.querySelectorAll('#rows li:not([hidden])')]"
-                                         ".map(line => line.dataset.title).join(',')"); }
+    QString titles() const
+    {
+        return text("[...document.querySelectorAll('#rows li:not([hidden])')]"
+                    ".map(line => line.dataset.title).join(',')");
+    }
 
     std::unique_ptr<GatewayFixture> m_f;
     std::unique_ptr<Chromium> m_browser;
