@@ -41,7 +41,8 @@ CMNodes::CMNodes(const QString&, CMSubscribe* subscribe, CMAbstractWorker* worke
 
 CMNodes::~CMNodes()
 {
-    for (const NodePointer& node : allNodes())
+    const QList<NodePointer> nodes = allNodes();
+    for (const NodePointer& node : nodes)
         node->deleteLater();
 }
 
@@ -168,7 +169,8 @@ void CMNodes::disconnectChange(CMAbstractWorker::ChangeType type, const CMPath& 
 
 void CMNodes::pathAddRemove(const CMPath& path, void (CMNode::*member)(const CMPath&))
 {
-    for (const NodePointer& node : nodesAtPath(path)) {
+    const QList<NodePointer> nodes = nodesAtPath(path);
+    for (const NodePointer& node : nodes) {
         const CMNodeLocker lock(node->mutex());
         if (!node->deleted())
             (node.data()->*member)(path);

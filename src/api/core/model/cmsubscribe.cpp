@@ -41,7 +41,7 @@ CMSubscribe::~CMSubscribe()
 
 const QString& CMSubscribe::RowsChangeReset()
 {
-    static const QString reset = QStringLiteral("");
+    static const QString reset = QLatin1String("");
     return reset;
 }
 
@@ -207,9 +207,11 @@ void CMSubscribe::changed(const CMPath& path, const QString& rowsChange, int ver
 
 void CMSubscribe::changedStartingWith(const CMPath& path, const QString& rowsChange, int version, int oldVersion)
 {
-    for (const CMPath& subscribed : dataPathsStartingWith(path))
+    const QList<CMPath> dataPaths = dataPathsStartingWith(path);
+    for (const CMPath& subscribed : dataPaths)
         dataChanged(subscribed);
-    for (const CMPath& subscribed : rowsPathsStartingWith(path))
+    const QList<CMPath> rowsPaths = rowsPathsStartingWith(path);
+    for (const CMPath& subscribed : rowsPaths)
         rowsChanged(subscribed, rowsChange, version, oldVersion);
 }
 

@@ -72,7 +72,7 @@ public:
 
 public slots:
     /// 0 for a path without rows subscribers, which keeps no version.
-    int rowsVersion(const CMPath& path) const;
+    int rowsVersion(const CMPath& path) const; // clazy:exclude=const-signal-or-slot
 
     /// A value equal to the last one reported is dropped.
     void valueChanged(const CMPath& path, const QVariant& value);

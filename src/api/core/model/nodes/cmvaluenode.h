@@ -44,7 +44,7 @@ public slots:
     void validate(CMSetDataRequest request, OrvoValue value);
 
 signals:
-    void valueChanged(const OrvoValue& value = OrvoValue());
+    void valueChanged(const OrvoValue& value = OrvoValue()); // clazy:exclude=overloaded-signal,overridden-signal
     void privateValidate(CMSetDataRequest request, OrvoValue value);
 
 private:
