@@ -7,3 +7,4 @@
 #include "cmremoteworker.h"
 #include "cmroutingworker.h"
 #include "orvohttpgateway.h"
+#include "orvovaluebinding.h"
