@@ -1,4 +1,4 @@
-// The smallest service: one value and one list, reached by the name "lamp".
+// The smallest service: one value and two lists, reached by the name "lamp".
 #include <orvo_kit.h>
 
 #include <QCoreApplication>
@@ -19,13 +19,21 @@ int main(int argc, char** argv)
     brightness->setEdit(OrvoEdit().setMin("0").setMax("100"));
     brightness->setValue(OrvoValue().setI32_(50));
 
-    // Each change of the value is one row more; whoever watches the list hears of it.
+    // Each value is one row more; whoever watches the list hears of it.
     CMListRowsNode* history = CMListRowsNode::create(worker.nodes(), worker.addPrefix("history"));
     history->setTitle(TrString("History"));
-    QObject::connect(brightness, &CMValueNode::valueChanged, history, [history](const OrvoValue& value) {
+    const auto remember = [history](const OrvoValue& value) {
         const QString text = QString::number(value.i32_());
         history->rowsAppend(OrvoRoles().setId(QString::number(history->rowsSize())).setTitle(text));
-    });
+    };
+    remember(brightness->value());
+    QObject::connect(brightness, &CMValueNode::valueChanged, history, remember);
+
+    // More than fits on a screen.
+    CMListRowsNode* scenes = CMListRowsNode::create(worker.nodes(), worker.addPrefix("scenes"));
+    scenes->setTitle(TrString("Scenes"));
+    for (int i = 0; i < 1000; ++i)
+        scenes->rowsAppend(OrvoRoles().setTitle(QStringLiteral("Scene %1").arg(i)));
 
     CMRPCServer server(nullptr, "lamp");
     return application.exec();
