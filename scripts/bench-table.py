@@ -5,7 +5,8 @@ A benchmark whose name ends in "/peer:NAME" does the work of the benchmark that 
 means. Both share one row; the ratio is our figure divided by the peer's, so less than 1 means that ours is better. The
 counter "allocations" is shown where a benchmark sets it, per iteration. A benchmark that sets the counter "bytes" is
 about memory: that is its figure then. Otherwise it is the processor time, or the time on the clock where the benchmark
-knows no other or asks for it. Of repeated runs the median counts.
+knows no other or asks for it. The counters "requests" and "signals", of what an iteration sends and tells, stand beside
+the figure. Of repeated runs the median counts.
 """
 
 import json
@@ -14,6 +15,8 @@ import sys
 
 UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 PEER = re.compile(r"/peer:([^/]+)")
+# What Google Benchmark says of how it measured, behind the name.
+HOW = re.compile(r"(/iterations:\d+)?(/(real|process|manual)_time)?$")
 
 
 def duration(nanoseconds):
@@ -43,7 +46,7 @@ def read(paths):
             if (run.get("aggregate_name") == "median") != (name in medians):
                 continue
             peer = PEER.search(name)
-            workload = PEER.sub("", name).removesuffix("/real_time").removesuffix("/process_time").removesuffix("/iterations:1")
+            workload = HOW.sub("", PEER.sub("", name))
             workloads.setdefault(workload, {})[peer.group(1) if peer else None] = run
     return workloads, failures
 
@@ -51,13 +54,14 @@ def read(paths):
 def figure(run):
     if "bytes" in run:
         return run["bytes"]
-    kind = "real_time" if run["name"].endswith("/real_time") else "cpu_time"
+    kind = "real_time" if run["name"].endswith(("/real_time", "/manual_time")) else "cpu_time"
     return run.get(kind, run["real_time"]) * UNITS[run["time_unit"]]
 
 
 def text(run):
+    counts = "".join(f", {run[what]:.6g} {what}" for what in ("requests", "signals") if what in run)
     if "bytes" not in run:
-        return duration(figure(run))
+        return duration(figure(run)) + counts
     return f"{run['bytes'] / 1e6:.3g} MB" if run["bytes"] >= 1e6 else f"{run['bytes']:.0f} bytes"
 
 

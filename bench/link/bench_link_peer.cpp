@@ -47,14 +47,14 @@ class OrvoService : public Service
     Q_OBJECT
 
 public:
-    OrvoService() : m_worker({}, QStringLiteral("bench"))
+    explicit OrvoService(int rows) : m_worker({}, QStringLiteral("bench"))
     {
         CMRoot_setInstance(&m_worker);
         m_value = CMValueNode::create(m_worker.nodes(), CMPath::fromEncoded(Link::valuePath()));
         m_value->setValue(OrvoValue().setI64_(1));
         auto* list = CMListRowsNode::create(m_worker.nodes(), CMPath::fromEncoded(Link::rowsPath()));
         const QStringList roles = Link::roles();
-        for (int i = 0; i < Link::Rows; ++i) {
+        for (int i = 0; i < rows; ++i) {
             QVariantHash row;
             const QVariantList values = Link::row(i);
             for (int role = 0; role < roles.size(); ++role)
@@ -159,9 +159,9 @@ class RowsModel : public QAbstractListModel
     Q_OBJECT
 
 public:
-    RowsModel()
+    explicit RowsModel(int rows)
     {
-        for (int i = 0; i < Link::Rows; ++i)
+        for (int i = 0; i < rows; ++i)
             m_rows.append(Link::row(i));
     }
 
@@ -209,7 +209,7 @@ class RemoteObjectService : public Service
     Q_OBJECT
 
 public:
-    RemoteObjectService() : m_host(QUrl(address()))
+    explicit RemoteObjectService(int rows) : m_host(QUrl(address())), m_model(rows)
     {
         m_host.enableRemoting(&m_source);
         m_host.enableRemoting(&m_model, QStringLiteral("rows"), m_model.roleNames().keys().toVector());
@@ -228,14 +228,14 @@ private:
 std::unique_ptr<Service> makeService(const QString& mode, const QString& argument)
 {
     if (mode == QLatin1String("orvo"))
-        return std::make_unique<OrvoService>();
+        return std::make_unique<OrvoService>(argument.isEmpty() ? Link::Rows : argument.toInt());
     if (mode == QLatin1String("echo"))
         return std::make_unique<EchoService>(argument.toInt());
     if (mode == QLatin1String("dbus") || mode == QLatin1String("dbus-p2p"))
         return std::make_unique<BusService>(argument);
 #ifdef ORVO_BENCH_REMOTE_OBJECTS
     if (mode == QLatin1String("qtro"))
-        return std::make_unique<RemoteObjectService>();
+        return std::make_unique<RemoteObjectService>(argument.isEmpty() ? Link::Rows : argument.toInt());
 #endif
     qFatal("unknown mode %s", qPrintable(mode));
 }

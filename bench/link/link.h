@@ -7,10 +7,10 @@
 
 // What both processes of the link benchmark know of each other.
 //
-// The client starts the peer as `bench_link_peer MODE ARGUMENT`, the argument being the address of the D-Bus daemon or
-// the size of an echoed message; it prints "ready" and its address and obeys lines on its standard input: "changes N"
-// sets its value N times to the time of that moment, one a millisecond, "count" makes it count its allocations, and
-// "counted" prints how many there were. It ends with its input.
+// The client starts the peer as `bench_link_peer MODE ARGUMENT`, the argument being the address of the D-Bus daemon,
+// the size of an echoed message, or how many rows the list has; it prints "ready" and its address and obeys lines on
+// its standard input: "changes N" sets its value N times to the time of that moment, one a millisecond, "count" makes
+// it count its allocations, and "counted" prints how many there were. It ends with its input.
 
 namespace Link {
 
