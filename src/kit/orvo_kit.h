@@ -7,4 +7,5 @@
 #include "cmremoteworker.h"
 #include "cmroutingworker.h"
 #include "orvohttpgateway.h"
+#include "orvorowsmodel.h"
 #include "orvovaluebinding.h"
