@@ -125,7 +125,8 @@ QVariant OrvoRowsModel::data(const QModelIndex& index, int role) const
 
 QHash<int, QByteArray> OrvoRowsModel::roleNames() const
 {
-    QHash<int, QByteArray> names = QAbstractListModel::roleNames();
+    // Not Qt's own names for roles that have no data here: one of them, "edit", is a key too.
+    QHash<int, QByteArray> names{{Qt::DisplayRole, QByteArrayLiteral("display")}};
     for (int i = 0; i < m_keys.size(); ++i)
         names.insert(firstRole + i, m_keys.at(i).toLatin1());
     return names;
