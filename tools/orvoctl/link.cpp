@@ -16,14 +16,14 @@ namespace {
 /// A service that starts at the same time as the tool is met; one that is not there is told fast.
 constexpr int startGraceMs = 500;
 
+} // namespace
+
 QString errorText(const CMError& error)
 {
     QStringList parts{error.name(), error.title(), error.message()};
     parts.removeAll(QString());
     return parts.join(QLatin1String(": "));
 }
-
-} // namespace
 
 Link::Link(int timeoutMs) : m_timeoutMs(timeoutMs) {}
 

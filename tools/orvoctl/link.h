@@ -8,6 +8,9 @@
 class CMPath;
 class CMRemoteWorker;
 
+/// The error as one line: its name, title and message.
+QString errorText(const CMError& error);
+
 /**
  * The services that this run of the tool speaks to, one worker for each, and the waiting for their answers.
  *

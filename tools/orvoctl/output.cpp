@@ -33,23 +33,6 @@ void write(int file, const QByteArray& bytes)
     }
 }
 
-QString visible(const QString& text)
-{
-    QString shown;
-    shown.reserve(text.size());
-    for (const QChar c : text) {
-        if (c == QLatin1Char('\n'))
-            shown += QLatin1String("\\n");
-        else if (c == QLatin1Char('\t'))
-            shown += QLatin1String("\\t");
-        else if (c.category() == QChar::Other_Control)
-            shown += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
-        else
-            shown += c;
-    }
-    return shown;
-}
-
 QString alignedLine(const QStringList& cells, const QVector<int>& widths)
 {
     QString line;
@@ -117,6 +100,23 @@ void Output::table(const QStringList& header, const QVector<QStringList>& rows)
 void Output::text(const QString& text)
 {
     write(STDOUT_FILENO, text.toUtf8());
+}
+
+QString Output::visible(const QString& text)
+{
+    QString shown;
+    shown.reserve(text.size());
+    for (const QChar c : text) {
+        if (c == QLatin1Char('\n'))
+            shown += QLatin1String("\\n");
+        else if (c == QLatin1Char('\t'))
+            shown += QLatin1String("\\t");
+        else if (c.category() == QChar::Other_Control)
+            shown += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            shown += c;
+    }
+    return shown;
 }
 
 bool Output::isTerminal()

@@ -31,6 +31,8 @@ public:
     void text(const QString& text);
 
     static bool isTerminal();
+    /// The text with control characters as escapes.
+    static QString visible(const QString& text);
     /// One line on stderr.
     static void error(const QString& text);
 

@@ -20,11 +20,12 @@
 namespace {
 
 int s_stopEvent = -1;
+int s_resizeEvent = -1;
 
-void onSignal(int)
+void onSignal(int number)
 {
     const uint64_t one = 1;
-    (void)!::write(s_stopEvent, &one, sizeof one);
+    (void)!::write(number == SIGWINCH ? s_resizeEvent : s_stopEvent, &one, sizeof one);
 }
 
 bool s_verbose = false;
@@ -78,4 +79,16 @@ void callOnStop(QObject* parent, std::function<void()> stop)
     if (fstat(STDOUT_FILENO, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode)))
         QObject::connect(new QSocketNotifier(STDOUT_FILENO, QSocketNotifier::Exception, parent),
                          &QSocketNotifier::activated, parent, stop);
+}
+
+void callOnResize(QObject* parent, std::function<void()> resize)
+{
+    s_resizeEvent = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    QObject::connect(new QSocketNotifier(s_resizeEvent, QSocketNotifier::Read, parent), &QSocketNotifier::activated,
+                     parent, [resize] {
+                         uint64_t times;
+                         (void)!::read(s_resizeEvent, &times, sizeof times);
+                         resize();
+                     });
+    signal(SIGWINCH, onSignal);
 }

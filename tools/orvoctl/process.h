@@ -10,3 +10,5 @@ void prepareProcess();
 void configureLogging(bool verbose);
 /// Calls `stop` from the parent's event loop when a signal asks the process to end, or when nobody reads stdout.
 void callOnStop(QObject* parent, std::function<void()> stop);
+/// Calls `resize` from the parent's event loop when the terminal has another size.
+void callOnResize(QObject* parent, std::function<void()> resize);

@@ -24,8 +24,8 @@ QString optionLine(const Option& option)
 
 const QVector<Verb>& verbs()
 {
-    static const QVector<Verb> all{getVerb(),    rowsVerb(), matchVerb(), setVerb(),  invokeVerb(), watchVerb(),
-                                   mirrorVerb(), waitVerb(), treeVerb(),  pingVerb(), logVerb()};
+    static const QVector<Verb> all{getVerb(),    rowsVerb(), matchVerb(), setVerb(),    invokeVerb(), watchVerb(),
+                                   mirrorVerb(), waitVerb(), treeVerb(),  browseVerb(), pingVerb(),   logVerb()};
     return all;
 }
 

@@ -34,6 +34,7 @@ struct Verb
     void (*run)(Session& session);
 };
 
+Verb browseVerb();
 Verb getVerb();
 Verb invokeVerb();
 Verb logVerb();
