@@ -32,7 +32,10 @@ int OrvoRowsModel::Step::apply(int row) const
 }
 
 OrvoRowsModel::OrvoRowsModel(QObject* parent, int radius)
-    : QAbstractListModel(parent), m_radius(radius), m_keys(CMAllRoles()), m_browser(new CMRowsBrowser),
+    : QAbstractListModel(parent),
+      m_radius(radius),
+      m_keys(CMAllRoles()),
+      m_browser(new CMRowsBrowser),
       m_turnTimer(new QTimer(this))
 {
     m_turnTimer->setSingleShot(true);

@@ -34,10 +34,7 @@ public:
     static OrvoRoles named(const QString& name) { return OrvoRoles().setId(name).setTitle("Row " + name); }
     OrvoRowsModel& model() const { return *alive; }
     QString id(int row) const { return data(row, OrvoRoles::Id()).toString(); }
-    QVariant data(int row, const QString& key) const
-    {
-        return model().data(model().index(row), model().roleOf(key));
-    }
+    QVariant data(int row, const QString& key) const { return model().data(model().index(row), model().roleOf(key)); }
     bool isLoaded() const { return !model().isLoading() && !model().browser()->item(0).isEmpty(); }
     /// The changes of the list so far have reached the model.
     void deliver()

@@ -141,8 +141,7 @@ private slots:
         OrvoRowsModel model(nullptr, radius);
         std::unique_ptr<QAbstractItemModelTester> tester;
         if (readsAll)
-            tester.reset(
-                new QAbstractItemModelTester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal));
+            tester.reset(new QAbstractItemModelTester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal));
         const Follower follower(&model);
         model.setWorker(&worker);
         model.setPath(path);
@@ -245,8 +244,7 @@ private slots:
         OrvoRowsModel model(nullptr, radius);
         std::unique_ptr<QAbstractItemModelTester> tester;
         if (readsAll)
-            tester.reset(
-                new QAbstractItemModelTester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal));
+            tester.reset(new QAbstractItemModelTester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal));
         const Follower follower(&model);
         model.setWorker(&worker);
         model.setPath(path);
@@ -271,8 +269,7 @@ private slots:
                 QVERIFY2(!last.error().isError(), qPrintable(last.error().message()));
             }
             // The list as another reader sees it.
-            CMReply<OrvoRowsRoles> reply =
-                worker.getRows(path, 0, 9999, -1, {OrvoRoles::Id(), OrvoRoles::Title()});
+            CMReply<OrvoRowsRoles> reply = worker.getRows(path, 0, 9999, -1, {OrvoRoles::Id(), OrvoRoles::Title()});
             QTRY_VERIFY(reply.isFinished());
             QVERIFY2(!reply.error().isError(), qPrintable(reply.error().message()));
             QList<OrvoRoles> rows;

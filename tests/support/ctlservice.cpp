@@ -120,6 +120,7 @@ public:
         addList();
         addTree();
         addActions();
+        addDesk(name);
         auto* restless = new RestlessNode(path("restless"));
         restless->setValue(OrvoValue().setI32_(0));
         restless->setNodes(m_worker.nodes());
@@ -186,6 +187,23 @@ private:
         CMActivateNode::create(nodes, path("shuffle"), m_action.data(), SLOT(shuffle(CMSetDataRequest)));
         CMActivateNode::create(nodes, path("edit"), m_action.data(), SLOT(edit(CMSetDataRequest)));
         CMActivateNode::create(nodes, path("crash"), m_action.data(), SLOT(crash(CMSetDataRequest)));
+    }
+
+    /// A list with something of every kind that a person may enter.
+    void addDesk(const QString& name)
+    {
+        CMListRowsNode* desk = CMListRowsNode::create(m_worker.nodes(), path("desk"));
+        desk->setTitle(TrString("Desk"));
+        const auto add = [desk](const char* title, OrvoRolesType::Enum type, const CMPath& path) {
+            desk->rowsAppend(OrvoRoles().setTitle(title).setType(type).setPath(path));
+        };
+        add("Tree", OrvoRolesType::Container_, path("tree"));
+        add("Echo", OrvoRolesType::Action_, path("echo"));
+        add("Fail", OrvoRolesType::Action_, path("fail"));
+        add("Silent", OrvoRolesType::Container_, path("silent"));
+        add("Nowhere", OrvoRolesType::Container_, path("nowhere"));
+        add("Elsewhere", OrvoRolesType::Container_, CMPath::fromPrefix(name + QLatin1Char('2')) + "numbers");
+        desk->rowsAppend(OrvoRoles().setTitle("Note"));
     }
 
     CMNodesWorker m_worker;

@@ -208,6 +208,6 @@ void Browsing::draw()
         picture.statusIsError = m_messageIsError;
     }
     if (picture.status.isEmpty())
-        picture.status = QStringLiteral("Enter: open or run   Backspace: back   q: quit");
+        picture.status = QStringLiteral("Enter: open  Backspace: back  q: quit");
     m_screen.draw(picture);
 }

@@ -63,8 +63,9 @@ Screen::Screen()
         setlocale(LC_CTYPE, "C.UTF-8");
     m_terminal = newterm(nullptr, stdout, stdin);
     if (!m_terminal)
-        throw Failure{ExitStatus::Usage, QStringLiteral("cannot draw on a terminal of the kind '%1'")
-                                             .arg(QString::fromLocal8Bit(qgetenv("TERM")))};
+        throw Failure{
+            ExitStatus::Usage,
+            QStringLiteral("cannot draw on a terminal of the kind '%1'").arg(QString::fromLocal8Bit(qgetenv("TERM")))};
     set_escdelay(escapeDelayMs);
     cbreak();
     noecho();

@@ -3,7 +3,6 @@
 #include <QString>
 #include <QStringList>
 
-
 /// What a Screen shows.
 struct Picture
 {
@@ -20,7 +19,8 @@ struct Picture
 };
 
 /**
- * The whole terminal, as long as this lives: a title line, rows and a status line. The terminal is as before afterwards.
+ * The whole terminal, as long as this lives: a title line, rows and a status line. The terminal is as before
+ * afterwards.
  *
  * One at a time, in the main thread.
  */

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -85,6 +86,18 @@ private:
     QByteArray m_out;
     QByteArray m_err;
 };
+
+/// Whether the process has a handler for the signal.
+inline bool catches(qint64 pid, int signal)
+{
+    QFile file(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    for (const QByteArray& line : file.readAll().split('\n'))
+        if (line.startsWith("SigCgt:"))
+            return line.mid(7).trimmed().toULongLong(nullptr, 16) >> (signal - 1) & 1;
+    return false;
+}
 
 /// The service of the tests, listening; null when it did not start.
 inline std::unique_ptr<QProcess> startCtlService(const QString& name)

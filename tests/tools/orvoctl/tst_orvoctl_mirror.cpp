@@ -33,17 +33,6 @@ private:
     {
         return QStringList{"mirror", named("numbers")} + options;
     }
-    /// Whether the process has a handler for the signal.
-    static bool catches(qint64 pid, int signal)
-    {
-        QFile file(QStringLiteral("/proc/%1/status").arg(pid));
-        if (!file.open(QIODevice::ReadOnly))
-            return false;
-        for (const QByteArray& line : file.readAll().split('\n'))
-            if (line.startsWith("SigCgt:"))
-                return line.mid(7).trimmed().toULongLong(nullptr, 16) >> (signal - 1) & 1;
-        return false;
-    }
     /// Behind the 250 rows that are there.
     static QByteArray behindRows(Running& mirror)
     {
