@@ -46,6 +46,20 @@ void configureLogging(const QString& file)
     log4cplus::PropertyConfigurator(properties).configure();
 }
 
+/// Why the file can be no configuration; empty when it can be one, or be made.
+QString configProblem(bool isWanted, const QString& file)
+{
+    const QFileInfo info(file);
+    const QFileInfo folder(info.absolutePath());
+    if (!isWanted)
+        return {};
+    if (info.exists() ? !info.isFile() || !info.isReadable() : file.isEmpty() || file.endsWith(QLatin1Char('/')))
+        return QStringLiteral("cannot read the configuration: ") + file;
+    if (!folder.isDir() || !folder.isWritable())
+        return QStringLiteral("cannot write to the folder of the configuration: ") + folder.filePath();
+    return {};
+}
+
 /// The name becomes the prefix of paths and part of a file's name.
 bool isServiceName(const QString& name)
 {
@@ -73,7 +87,10 @@ int main(int argc, char** argv)
                                         QStringLiteral("NAME"), QStringLiteral("media"));
     const QCommandLineOption logOption(QStringLiteral("log-config"), QStringLiteral("log4cplus properties file."),
                                        QStringLiteral("FILE"));
-    parser.addOptions({nameOption, logOption});
+    const QCommandLineOption configOption(
+        QStringLiteral("config"), QStringLiteral("Where the configuration is kept; it is lost at the end without."),
+        QStringLiteral("FILE"));
+    parser.addOptions({nameOption, logOption, configOption});
     parser.addPositionalArgument(QStringLiteral("FOLDER"), QStringLiteral("The folder to serve."));
     if (!parser.parse(application.arguments()))
         return fail(Usage, parser.errorText());
@@ -93,6 +110,9 @@ int main(int argc, char** argv)
         return fail(Failed, QStringLiteral("not a folder that can be read: ") + folder.filePath());
     if (parser.isSet(logOption) && !QFileInfo(logConfig).isReadable())
         return fail(Failed, QStringLiteral("cannot read the log configuration: ") + logConfig);
+    const QString config = parser.value(configOption);
+    if (const QString problem = configProblem(parser.isSet(configOption), config); !problem.isEmpty())
+        return fail(Failed, problem);
     if (MediaService::isServed(name))
         return fail(Failed, QStringLiteral("another process serves the name '%1' already, at %2")
                                 .arg(name, CMRPCSocket::socketPathFromPrefix(name)));
@@ -100,7 +120,7 @@ int main(int argc, char** argv)
     const log4cplus::Initializer initializer;
     configureLogging(logConfig);
     orvoRegisterMetaTypes();
-    const MediaService service(name, folder.canonicalFilePath());
+    const MediaService service(name, folder.canonicalFilePath(), config);
     LOG4CPLUS_INFO(mediaLog(), "serving " << folder.canonicalFilePath().toStdString() << " as " << name.toStdString());
     return application.exec();
 }

@@ -1,5 +1,7 @@
 #include "medialibrary.h"
 
+#include "confignode.h"
+#include "foldedtext.h"
 #include "tracknode.h"
 
 #include "core/model/cmnodes.h"
@@ -17,14 +19,16 @@ QString withoutSuffix(const QString& id)
     return QFileInfo(id).completeBaseName();
 }
 
-/// Letters that differ in case or accents only sort together, and what is not known goes behind what is.
+bool isHidden(const QString& id)
+{
+    return id.startsWith(QLatin1Char('.')) || id.contains(QLatin1String("/."));
+}
+
+/// What is not known goes behind what is.
 QString textKey(const QString& text)
 {
-    QString key;
-    for (const QChar& c : text.normalized(QString::NormalizationForm_KD))
-        if (!c.isMark() && c.category() != QChar::Other_Control)
-            key.append(c);
-    return key.isEmpty() ? QStringLiteral("1") : QLatin1Char('0') + key.toCaseFolded();
+    const QString folded = foldedText(text);
+    return folded.isEmpty() ? QStringLiteral("1") : QLatin1Char('0') + folded;
 }
 
 /// As wide as any number of its kind, so that texts compare as the numbers do.
@@ -39,19 +43,13 @@ QString joined(const QStringList& keys)
     return keys.join(QLatin1Char('\t'));
 }
 
-CMValueNode* makeNumber(CMNodesWorker* worker, const CMPath& path, const char* title, const char* description, int max)
-{
-    CMValueNode* node = CMValueNode::create(worker->nodes(), path);
-    node->setTitle(TrString(title));
-    node->setDescription(TrString(description));
-    node->setEdit(OrvoEdit().setMin(QStringLiteral("0")).setMax(QString::number(max)));
-    node->setValue(OrvoValue().setI32_(0));
-    return node;
-}
-
 } // namespace
 
-MediaLibrary::MediaLibrary(CMNodesWorker* worker, QObject* parent) : QObject(parent)
+MediaLibrary::MediaLibrary(CMNodesWorker* worker, ConfigNode* config, QObject* parent)
+    : QObject(parent),
+      m_config(config),
+      m_sortBy(SortBy(config->number(ConfigDocument::sortBy))),
+      m_showHidden(config->number(ConfigDocument::showHidden) != 0)
 {
     CMNodes* nodes = worker->nodes();
     m_list = CMListRowsNode::create(nodes, worker->addPrefix(QStringLiteral("library")));
@@ -69,42 +67,37 @@ MediaLibrary::MediaLibrary(CMNodesWorker* worker, QObject* parent) : QObject(par
     m_rescan->setDescription(TrString("Answers with the number of tracks when all files have been read"));
     m_rescan->setBusyText(QStringLiteral("Reading"));
 
-    makeSettings(worker);
-    makeRoot(worker);
+    connect(m_config, &ConfigNode::changed, this, &MediaLibrary::on_config_changed);
 }
 
-void MediaLibrary::makeSettings(CMNodesWorker* worker)
+CMPath MediaLibrary::path() const
 {
-    m_settings = CMListRowsNode::create(worker->nodes(), worker->addPrefix(QStringLiteral("settings")));
-    m_settings->setTitle(TrString("Settings"));
-
-    CMValueNode* sortBy = makeNumber(worker, worker->addPrefix(QStringLiteral("settings/sortBy")), "Sort by",
-                                     "0 artist, 1 title, 2 year, 3 duration", ByDuration);
-    connect(sortBy, &CMValueNode::valueChanged, this, &MediaLibrary::on_sortBy_changed);
-    m_settings->rowsAppend(sortBy->path());
-
-    // A number, not a bool: limits are kept for numbers, so whatever is written ends as one of the two.
-    CMValueNode* showHidden =
-        makeNumber(worker, worker->addPrefix(QStringLiteral("settings/showHidden")), "Show hidden files",
-                   "1 shows files and folders whose names begin with a dot, 0 leaves them out", 1);
-    connect(showHidden, &CMValueNode::valueChanged, this, &MediaLibrary::on_showHidden_changed);
-    m_settings->rowsAppend(showHidden->path());
+    return m_list->path();
 }
 
-void MediaLibrary::makeRoot(CMNodesWorker* worker)
+CMPath MediaLibrary::rescanPath() const
 {
-    CMListRowsNode* root = CMListRowsNode::create(worker->nodes(), worker->prefixPath());
-    root->setTitle(TrString("Media"));
-    root->rowsAppend(m_list->path());
-    root->rowsAppend(m_rescan->path());
-    root->rowsAppend(m_settings->path());
+    return m_rescan->path();
+}
+
+QVector<OrvoRoles> MediaLibrary::rows() const
+{
+    QVector<OrvoRoles> rows;
+    for (const Track& track : qAsConst(m_tracks))
+        if (isShown(track.id))
+            rows.append(toRow(track));
+    std::sort(rows.begin(), rows.end(), [](const OrvoRoles& a, const OrvoRoles& b) {
+        const int order = a.sortKey().compare(b.sortKey());
+        return order < 0 || (order == 0 && a.id() < b.id());
+    });
+    return rows;
 }
 
 void MediaLibrary::trackRead(const Track& track)
 {
     m_tracks.insert(track.id, track);
     if (isShown(track.id))
-        m_list->rowsSetById(toRow(track));
+        showRow(toRow(track));
     m_trackNode->trackChanged(track.id);
 }
 
@@ -112,8 +105,20 @@ void MediaLibrary::trackGone(const QString& id)
 {
     if (m_tracks.remove(id) == 0)
         return;
-    m_list->rowsRemoveById(id);
+    hideRow(id);
     m_trackNode->trackChanged(id);
+}
+
+void MediaLibrary::showRow(const OrvoRoles& row)
+{
+    m_list->rowsSetById(row);
+    emit rowShown(row);
+}
+
+void MediaLibrary::hideRow(const QString& id)
+{
+    m_list->rowsRemoveById(id);
+    emit rowHidden(id);
 }
 
 void MediaLibrary::busy()
@@ -134,30 +139,36 @@ void MediaLibrary::on_rescan_invoked(const CMSetDataRequest& request)
     emit rescanWanted(m_lastRescan);
 }
 
-void MediaLibrary::on_sortBy_changed(const OrvoValue& value)
+void MediaLibrary::on_config_changed()
 {
-    m_sortBy = SortBy(value.i32_());
-    QVector<OrvoRoles> rows;
-    for (const Track& track : qAsConst(m_tracks))
-        if (isShown(track.id))
-            rows.append(toRow(track));
-    std::sort(rows.begin(), rows.end(), [](const OrvoRoles& a, const OrvoRoles& b) {
-        const int order = a.sortKey().compare(b.sortKey());
-        return order < 0 || (order == 0 && a.id() < b.id());
-    });
-    m_list->rowsClear();
-    for (const OrvoRoles& row : qAsConst(rows))
-        m_list->rowsAppend(row);
+    const auto sortBy = SortBy(m_config->number(ConfigDocument::sortBy));
+    if (m_sortBy != sortBy)
+        setSortBy(sortBy);
+    const bool showHidden = m_config->number(ConfigDocument::showHidden) != 0;
+    if (m_showHidden != showHidden)
+        setShowHidden(showHidden);
 }
 
-void MediaLibrary::on_showHidden_changed(const OrvoValue& value)
+void MediaLibrary::setSortBy(SortBy sortBy)
 {
-    m_showHidden = value.i32_() != 0;
+    m_sortBy = sortBy;
+    const QVector<OrvoRoles> sorted = rows();
+    m_list->rowsClear();
+    for (const OrvoRoles& row : sorted)
+        m_list->rowsAppend(row);
+    emit sortedAnew();
+}
+
+void MediaLibrary::setShowHidden(bool showHidden)
+{
+    m_showHidden = showHidden;
     for (const Track& track : qAsConst(m_tracks)) {
-        if (isShown(track.id))
-            m_list->rowsSetById(toRow(track));
+        if (!isHidden(track.id))
+            continue;
+        if (showHidden)
+            showRow(toRow(track));
         else
-            m_list->rowsRemoveById(track.id);
+            hideRow(track.id);
     }
 }
 
@@ -196,5 +207,5 @@ QString MediaLibrary::sortKey(const Track& track) const
 
 bool MediaLibrary::isShown(const QString& id) const
 {
-    return m_showHidden || !(id.startsWith(QLatin1Char('.')) || id.contains(QLatin1String("/.")));
+    return m_showHidden || !isHidden(id);
 }
