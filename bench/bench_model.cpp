@@ -274,6 +274,60 @@ void memoryOfSender(benchmark::State& state)
     });
 }
 
+/// Two nodes, links to them, and a link to the first link; this worker is the root that the links ask.
+class Links
+{
+public:
+    Links() : m_worker({}, QStringLiteral("bench"))
+    {
+        const CMPath target = CMPath::fromEncoded("bench:target");
+        CMNodes* nodes = m_worker.nodes();
+        CMValueNode* node = CMValueNode::create(nodes, target);
+        node->setTitle(TrString("Target"));
+        node->setValue(OrvoValue().setI32_(1));
+        CMLinkNode::create(nodes, CMPath::fromEncoded("bench:link"), target);
+        CMLinkNode::create(nodes, CMPath::fromEncoded("bench:linkToLink"), CMPath::fromEncoded("bench:link"));
+
+        const CMPath list = CMPath::fromEncoded("bench:targetRows");
+        CMListRowsNode* rows = CMListRowsNode::create(nodes, list);
+        for (int i = 0; i < 100; ++i)
+            rows->rowsAppend(OrvoRoles().setPath(path(i)).setTitle(QString::number(i)).setValue(node->value()));
+        CMLinkRowsNode::create(nodes, CMPath::fromEncoded("bench:linkRows"), list);
+        CMRoot_setInstance(&m_worker);
+    }
+
+    void get(benchmark::State& state, const CMPath& path)
+    {
+        measure(state, [&] { benchmark::DoNotOptimize(m_worker.getData(path, m_roles).value()); });
+    }
+    void rows(benchmark::State& state, const CMPath& path)
+    {
+        measure(state, [&] { benchmark::DoNotOptimize(m_worker.getRows(path, 0, 99, -1, m_roles).value()); });
+    }
+
+private:
+    const QStringList m_roles{OrvoRoles::Path(), OrvoRoles::Title(), OrvoRoles::Value()};
+    CMNodesWorker m_worker;
+};
+
+void link(benchmark::State& state, void (Links::*work)(benchmark::State&, const CMPath&), const char* path)
+{
+    // The root is set once in a process.
+    static Links links;
+    (links.*work)(state, CMPath::fromEncoded(path));
+}
+
+void registerLinks()
+{
+    using benchmark::RegisterBenchmark;
+    RegisterBenchmark("model/get through a link", link, &Links::get, "bench:link");
+    RegisterBenchmark("model/get through a link/peer:the target's own", link, &Links::get, "bench:target");
+    RegisterBenchmark("model/get through a link to a link", link, &Links::get, "bench:linkToLink");
+    RegisterBenchmark("model/get through a link to a link/peer:the target's own", link, &Links::get, "bench:target");
+    RegisterBenchmark("model/100 rows through a link", link, &Links::rows, "bench:linkRows");
+    RegisterBenchmark("model/100 rows through a link/peer:the target's own", link, &Links::rows, "bench:targetRows");
+}
+
 /// A document of 10,000 leaves in so many groups, and the same tree made of nodes.
 class Documents
 {
@@ -371,6 +425,7 @@ void registerAll()
         RegisterBenchmark((name + "/peer:Qt signal").c_str(), signalTo)->Arg(receivers);
     }
     registerDocuments();
+    registerLinks();
     RegisterBenchmark("memory/value node", memoryOfNode)->Iterations(1);
     RegisterBenchmark("memory/value node/peer:QObject", memoryOfObject)->Iterations(1);
     RegisterBenchmark("memory/row of 5 roles", memoryOfRow)->Iterations(1);

@@ -83,8 +83,8 @@ private slots:
     void aBrokenTextTellsSo()
     {
         QVariantHash read{{"kept", 1}};
-        for (const char* text : {"", "{", "[]", "null", "{}x", "{\"library\":{\"sortBy\":\"1\"}}", "{\"none\":{}}",
-                                 "{\"library\":null}"})
+        for (const char* text :
+             {"", "{", "[]", "null", "{}x", "{\"library\":{\"sortBy\":\"1\"}}", "{\"none\":{}}", "{\"library\":null}"})
             QVERIFY2(!ConfigDocument::parse(text, read).isEmpty(), text);
         QCOMPARE(read, (QVariantHash{{"kept", 1}}));
         QCOMPARE(ConfigDocument::parse("{}", read), QString());

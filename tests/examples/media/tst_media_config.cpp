@@ -117,8 +117,8 @@ private slots:
             return value.type() == QVariant::Hash ? OrvoValue(value.toHash()).i32_() : value.toInt();
         };
         QVERIFY(write("config", document(2, 0, 7)));
-        for (const auto& [place, value] : {std::make_pair("settings/sortBy", 2), {"config/library/sortBy", 2},
-                                           {"config/recent/size", 7}})
+        for (const auto& [place, value] :
+             {std::make_pair("settings/sortBy", 2), {"config/library/sortBy", 2}, {"config/recent/size", 7}})
             QTRY_COMPARE(told(place), value);
         setNumber("settings/sortBy", 3);
         QTRY_COMPARE(told("config/library/sortBy"), 3);
@@ -180,9 +180,10 @@ private slots:
         QCOMPARE(contents(configFile() + ".broken"), text);
         QVERIFY(!QFile::exists(configFile()));
         const QByteArray log = m_service->process().readAllStandardError();
-        QVERIFY2(log.contains("media: WARN: the configuration is broken, the defaults are served and it is set aside as "
-                              + configFile().toUtf8() + ".broken: " + problem),
-                 log);
+        QVERIFY2(
+            log.contains("media: WARN: the configuration is broken, the defaults are served and it is set aside as "
+                         + configFile().toUtf8() + ".broken: " + problem),
+            log);
         QVERIFY(write("config/library/sortBy", 1));
         QTRY_COMPARE(stored(configFile()), document(1, 0, 10));
     }

@@ -37,8 +37,8 @@ private slots:
         for (int i = 0; i < 12; ++i)
             makeAged(QString("%1.wav").arg(QChar('a' + i)), 100 + i);
         watchRecent(12);
-        QCOMPARE(recent(), QStringList({"a.wav", "b.wav", "c.wav", "d.wav", "e.wav", "f.wav", "g.wav", "h.wav",
-                                        "i.wav", "j.wav"}));
+        QCOMPARE(recent(), QStringList({"a.wav", "b.wav", "c.wav", "d.wav", "e.wav", "f.wav", "g.wav", "h.wav", "i.wav",
+                                        "j.wav"}));
         setNumber("config/recent/size", 3);
         QCOMPARE(recent(), QStringList({"a.wav", "b.wav", "c.wav"}));
         QCOMPARE(settledChanges(), QStringList({"-9", "-8", "-7", "-6", "-5", "-4", "-3"}));

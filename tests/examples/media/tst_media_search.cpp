@@ -9,7 +9,12 @@
 
 #include <QPointer>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
 #include <malloc.h>
+#include <unistd.h>
 
 namespace {
 
@@ -121,7 +126,7 @@ private slots:
 
     void aThousandSearchesLeaveNothingBehind()
     {
-        constexpr int count = 4000;
+        constexpr int count = 1000;
         Search f;
         const int nodes = f.nodes()->allNodes().size();
         const auto search = [&f](int number) {
@@ -141,34 +146,34 @@ private slots:
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
             return mallinfo2().uordblks;
         };
-        // A first one, so that what the library keeps for good is there.
-        for (int i = 1; i < 3; ++i)
-            f.nodes()->nodesAtPath(search(i)).first()->deleteLater();
+        size_t atMost = 0;
+        const auto searchAndWait = [&] {
+            const LogCapture log("CMUnusedNodeTimer");
+            QList<QPointer<CMNode>> made;
+            for (int i = 0; i < count; ++i)
+                made.append(f.nodes()->nodesAtPath(search(i)).first().data());
+            QCOMPARE(f.nodes()->allNodes().size(), nodes + count);
+            atMost = liveBytes();
+            QTRY_COMPARE_WITH_TIMEOUT(f.nodes()->allNodes().size(), nodes, 60000);
+            liveBytes();
+            for (const auto& node : qAsConst(made))
+                QVERIFY(!node);
+            // Each timer went off once and took its node.
+            QCOMPARE(log.lines().size(), count);
+        };
+        // Lists of Qt keep the room that they once had: the second time shows what is left for each search.
+        searchAndWait();
         const size_t before = liveBytes();
-
-        auto log = std::make_unique<LogCapture>("CMUnusedNodeTimer");
-        QList<QPointer<CMNode>> made;
-        for (int i = 0; i < count; ++i)
-            made.append(f.nodes()->nodesAtPath(search(i)).first().data());
-        QCOMPARE(f.nodes()->allNodes().size(), nodes + count);
-        const size_t amid = liveBytes();
-        QTRY_COMPARE_WITH_TIMEOUT(f.nodes()->allNodes().size(), nodes, 60000);
-        liveBytes();
-        for (const auto& node : qAsConst(made))
-            QVERIFY(!node);
-        // Each timer went off once and took its node.
-        QCOMPARE(log->lines().size(), count);
-        made.clear();
-        log.reset();
+        searchAndWait();
         const qint64 left = qint64(liveBytes()) - qint64(before);
 
-        for (const QList<CMPath>& paths : {f.hub()->valuePathsStartingWith(CMPath()),
-                                           f.hub()->dataPathsStartingWith(CMPath()),
-                                           f.hub()->rowsPathsStartingWith(CMPath())})
+        for (const QList<CMPath>& paths :
+             {f.hub()->valuePathsStartingWith(CMPath()), f.hub()->dataPathsStartingWith(CMPath()),
+              f.hub()->rowsPathsStartingWith(CMPath())})
             QVERIFY2(paths.isEmpty(), qPrintable(paths.value(0).toEncoded()));
         // Not even one small object for each search, such as a timer or a connection to the library.
-        QVERIFY(qint64(amid - before) > qint64(count * sizeof(SearchResults)));
-        QVERIFY2(left < count * 32, qPrintable(QString::number(left)));
+        QVERIFY(qint64(atMost - before) > qint64(count * sizeof(SearchResults)));
+        QVERIFY2(left < count * 8, qPrintable(QString::number(left)));
         // The library goes on alone.
         f.library.trackRead(track("new.oga", "Bell", "Zoe", ""));
         QCOMPARE(f.find("zoe"), QStringList("new.oga"));
@@ -221,7 +226,7 @@ private:
     CMPath ask(const QString& text)
     {
         return CMPath::fromQVariant(finished(m_worker->setData(m_service->path("search"), OrvoRoles::Query(),
-                                                 OrvoValue().setString_(text).__variant())));
+                                                               OrvoValue().setString_(text).__variant())));
     }
     CMPath redirect(const CMPath& path) { return finished(m_worker->getRows(path, 0, 9, -1, {})).rowsRedirect(); }
     bool isInvalid(const CMPath& path)
@@ -232,5 +237,18 @@ private:
     }
 };
 
-QTEST_GUILESS_MAIN(tst_MediaSearch)
+int main(int argc, char** argv)
+{
+    // Free memory that a thread keeps for itself counts as used: none, so that what is counted is what is used.
+    const char* const noThreadCache = "glibc.malloc.tcache_count=0";
+    if (qgetenv("GLIBC_TUNABLES") != noThreadCache) {
+        ::setenv("GLIBC_TUNABLES", noThreadCache, 1);
+        ::execv("/proc/self/exe", argv);
+        qFatal("cannot run this program anew: %s", std::strerror(errno));
+    }
+    QCoreApplication application(argc, argv);
+    tst_MediaSearch test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_media_search.moc"
