@@ -78,8 +78,8 @@ watched() { # <extended expression> <what> [lines to leave out]
 watch_lines() { wc -l <"$work/watch"; }
 
 start_media() {
-    printf '$ media %s &\n' "$music"
-    "$bin/media" "$music" 2>>"$work/media.log" &
+    printf '$ media --config config.json %s &\n' "$music"
+    "$bin/media" --config "$work/config.json" "$music" 2>>"$work/media.log" &
     media_pid=$!
     if ! run orvoctl wait media:library --timeout 5000 || ! kill -0 "$media_pid" 2>/dev/null; then
         printf 'FAILED: the service did not come up\n'
@@ -127,6 +127,12 @@ expect 3 orvoctl set media:settings/sortBy 99
 expect audio orvoctl rows media:library 0 2 --role title --role type
 expect 0 orvoctl set media:settings/sortBy -5
 
+title "The home list, the recent files behind a link, and a search"
+expect "media:home/recent" orvoctl rows media:home
+expect 3 orvoctl set media:config/recent/size 3
+expect "phone-incoming-call.oga" orvoctl rows media:home/recent --role id --role timestamp
+expect "Bell" orvoctl rows 'media:results?query=alerts calls' --role title --role path
+
 title "A watch, and a file that is copied into the folder"
 printf '$ orvoctl watch media:library --rows &\n'
 "$bin/orvoctl" watch media:library --rows >"$work/watch" 2>&1 &
@@ -142,6 +148,7 @@ printf '$ kill -KILL %s\n' "$media_pid"
 stop "$media_pid" KILL
 start_media
 watched '^reset' 'the service coming back' "$before"
+expect 3 orvoctl get media:config/recent/size value
 expect $((tracks + 1)) orvoctl invoke media:library/rescan
 before=$(watch_lines)
 run rm "$music/shutter.oga"
