@@ -4,11 +4,14 @@
 #include "core/orvoMsgPipeline.h"
 #include "core/orvoProfiler.h"
 
+#include <QLoggingCategory>
+
 #include <benchmark/benchmark.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
 #include <nanomsg/nn.h>
 #include <nanomsg/pipeline.h>
 #include <spawn.h>
@@ -18,7 +21,8 @@
 #include <unistd.h>
 #include <vector>
 
-// What the plumbing of a process costs: an audio message to another process, a media type, a mark that nobody measures.
+// What the plumbing of a process costs: an audio message to another process, a media type, a mark that nobody measures,
+// a log line that nobody reads.
 
 extern char** environ;
 
@@ -191,5 +195,38 @@ void profilerEventWithoutWatcher(benchmark::State& state)
     report(state, allocations);
 }
 BENCHMARK(profilerEventWithoutWatcher);
+
+/// Of a logger as those of the library, without a level of its own: that of the root counts.
+void disabledLogLine(benchmark::State& state)
+{
+    quiet();
+    const auto logger = log4cplus::Logger::getInstance("bench");
+    const std::string path = "media:library/albums";
+    int row = 0;
+    LOG4CPLUS_DEBUG(logger, path << " row " << row);
+    const AllocationCounter allocations;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(++row);
+        LOG4CPLUS_DEBUG(logger, path << " row " << row);
+    }
+    report(state, allocations);
+}
+BENCHMARK(disabledLogLine);
+
+void disabledCategoryLine(benchmark::State& state)
+{
+    const QLoggingCategory category("bench", QtWarningMsg);
+    if (category.isDebugEnabled())
+        state.SkipWithError("the category is enabled");
+    const std::string path = "media:library/albums";
+    int row = 0;
+    const AllocationCounter allocations;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(++row);
+        qCDebug(category) << path.c_str() << " row " << row;
+    }
+    report(state, allocations);
+}
+BENCHMARK(disabledCategoryLine)->Name("disabledLogLine/peer:qCDebug");
 
 } // namespace
