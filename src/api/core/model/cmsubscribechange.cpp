@@ -3,6 +3,8 @@
 #include "core/model/cmsubscribe.h"
 #include "core/orvoLog_p.h"
 
+#include <limits>
+
 namespace {
 
 ORVO_LOGGER("CMChange")
@@ -121,7 +123,8 @@ void CMSubscribeRowsChange::addChange(const QString& change, int version, int ol
     else if (change == CMSubscribe::RowsChangeClose() || change == CMSubscribe::RowsChangeReset())
         m_version = 0;
     else
-        ++m_version;
+        // A service may have told any version; a negative one would never load.
+        m_version = m_version == std::numeric_limits<int>::max() ? 0 : m_version + 1;
     if (oldVersion >= 0)
         m_oldVersion = oldVersion;
 }

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <functional>
+#include <limits>
 #include <memory>
 
 namespace {
@@ -419,6 +420,19 @@ private slots:
         hub.rowsChanged(path("ui:a"), "3", 0, 0);
         hub.deliver();
         QCOMPARE(receiver.heard.last(), QString("rows ui:a [3] 0<-0"));
+    }
+
+    void behindTheHighestVersionTheyStartAnew()
+    {
+        CMSubscribe hub("hub", nullptr, false);
+        Receiver receiver;
+        hub.connectRowsChange(path("ui:a"), &receiver, ROWS);
+        hub.rowsChanged(path("ui:a"), "1", std::numeric_limits<int>::max());
+        hub.deliver();
+        hub.rowsChanged(path("ui:a"), "2");
+        QCOMPARE(hub.rowsVersion(path("ui:a")), 0);
+        hub.deliver();
+        QCOMPARE(receiver.heard.last(), QString("rows ui:a [2] 0<-%1").arg(std::numeric_limits<int>::max()));
     }
 
     void resetAndCloseStartTheVersionAnewBehindWhatIsPending_data()
