@@ -300,7 +300,8 @@ private slots:
     void rootLeadsToEverything()
     {
         start();
-        QCOMPARE(titles(m_service->path("")), QStringList({"Home", "Library", "Read all files again", "Search", "Settings", "Configuration"}));
+        QCOMPARE(titles(m_service->path("")),
+                 QStringList({"Home", "Library", "Read all files again", "Search", "Settings", "Configuration"}));
         QCOMPARE(titles(m_service->path("settings")), QStringList({"Sort by", "Show hidden files"}));
     }
 

@@ -73,6 +73,9 @@ private slots:
         QCOMPARE(rescan(), 3);
         QCOMPARE(recent(), QStringList({"a.wav", "old.wav"}));
         QCOMPARE(settledChanges(), QStringList());
+        // A shown one that becomes older makes room.
+        setAge("old.wav", 300);
+        QTRY_COMPARE(recent(), QStringList({"a.wav", "b.wav"}));
     }
 
     void hiddenFilesAreRecentOnesWhenTheyAreShown()
