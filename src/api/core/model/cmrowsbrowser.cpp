@@ -11,8 +11,6 @@
 
 #include <QTimer>
 
-#include <climits>
-
 namespace {
 
 ORVO_LOGGER("CMRowsBrowser")
@@ -215,8 +213,7 @@ void CMRowsBrowser::setCurrentRow(int row)
     if (row == m_currentRow)
         return;
     const RowsCount count = size();
-    // An open-ended list ends where row numbers around the current one would.
-    const int end = count.isUnknown() ? INT_MAX - 2 * m_items.size() : count.count();
+    const int end = count.isUnknown() ? endOfRows() : qMin(endOfRows(), count.count());
     if (row < 0 || row >= end) {
         LOG4CPLUS_ERROR(logger(), "invalid parameter: currentRow:" << row << ", size: " << count.count()
                                                                    << " activeCurrentRow: " << m_currentRow);

@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QStringList>
 
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -156,6 +157,8 @@ private:
     int centre() const { return m_radius * m_radiusMultipler; }
     int rowAt(int index) const { return m_currentRow + index - centre(); }
     int indexOf(int row) const;
+    /// No row from here on can be the current one: the row numbers around it would end.
+    int endOfRows() const { return std::numeric_limits<int>::max() - 2 * m_items.size(); }
     bool isEndKnown() const { return !m_rowsCountUnknown || m_rowsCount != 0; }
     void cancelRequest();
     void moveCurrentRow(int row);

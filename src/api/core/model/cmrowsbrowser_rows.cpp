@@ -157,12 +157,17 @@ void CMRowsBrowser::rowInsert(int row, const OrvoRoles& roles)
     const bool hasSlot = slot != m_items.end();
     if (hasSlot)
         m_items.insert(slot.index(), roles);
-    const bool isCounted = isEndKnown();
+    const bool isCounted = isEndKnown() && m_rowsCount < INT_MAX;
     if (isCounted)
         ++m_rowsCount;
     bool isMoved = false;
+    Lost lost;
     if (m_currentRow >= row) {
-        if (!hasSlot) {
+        if (m_currentRow + 1 >= endOfRows()) {
+            // The window stays where it is, and the rows move on below it.
+            if (!hasSlot)
+                lost = takeItems();
+        } else if (!hasSlot) {
             ++m_currentRow;
         } else if (m_rowsCountUnknown || m_currentRow + 1 < size()) {
             moveWindow(m_currentRow + 1);
@@ -176,6 +181,8 @@ void CMRowsBrowser::rowInsert(int row, const OrvoRoles& roles)
         tellCurrentRow();
     if (!watch.isOver())
         emit itemAdded(row, roles);
+    if (!watch.isOver())
+        tellLost(lost);
 }
 
 void CMRowsBrowser::rowRemoveAt(int row)
@@ -213,7 +220,8 @@ void CMRowsBrowser::rowRemoveAt(int row)
 
 void CMRowsBrowser::rowMoved(int from, int to)
 {
-    const auto isRow = [this](int row) { return row >= 0 && (m_rowsCountUnknown || row < m_rowsCount); };
+    const int end = m_rowsCountUnknown ? endOfRows() : qMin(endOfRows(), m_rowsCount);
+    const auto isRow = [end](int row) { return row >= 0 && row < end; };
     if (!isRow(from) || !isRow(to))
         return;
     const int firstRow = rowAt(0);

@@ -7,6 +7,7 @@
 #include <QPointer>
 
 #include <functional>
+#include <limits>
 
 /// How changes of the list move a browser's window.
 class tst_CMRowsBrowserChanges : public QObject
@@ -215,6 +216,38 @@ private slots:
         QVERIFY(ear.said.contains("51: - <- r49"));
     }
 
+    void theCurrentRowDoesNotLeaveTheRowNumbers_data()
+    {
+        QTest::addColumn<QString>("change");
+        QTest::newRow("inserted ahead of the window") << "+0";
+        QTest::newRow("inserted in the window") << "+%1";
+        QTest::newRow("moved ahead") << "=2147483647..0";
+    }
+    void theCurrentRowDoesNotLeaveTheRowNumbers()
+    {
+        QFETCH(QString, change);
+        ScriptedRows list(2, 12);
+        list.listRoles.setUnknownSize(true);
+        list.load();
+        const int last = std::numeric_limits<int>::max() - 2 * 17 - 1;
+        list.browser.setCurrentRow(last);
+        list.load();
+        for (int i = 0; i < 100; ++i)
+            list.deliver({change.contains('%') ? change.arg(last) : change});
+        QCOMPARE(list.browser.currentRow(), last);
+        list.load();
+        QVERIFY(!list.browser.isLoading());
+    }
+    void moreRowsThanNumbersAreNotCounted()
+    {
+        ScriptedRows list(2, 12);
+        list.count = std::numeric_limits<int>::max();
+        list.load();
+        list.deliver({"+0"});
+        QCOMPARE(list.browser.size().count(), list.count);
+        list.browser.setCurrentRow(list.count - 1);
+        QCOMPARE(list.browser.currentRow(), 1);
+    }
     void inAnOpenEndedListWithoutACountRowsAreMovedAndNotCounted()
     {
         ScriptedRows list(2, 0);
