@@ -27,6 +27,18 @@
 
 namespace {
 
+class List : public CMListRowsNode
+{
+public:
+    using CMListRowsNode::CMListRowsNode;
+    QVariant getRoleData(const QString& role, const Params& params) override
+    {
+        return role == OrvoRoles::UnknownSize() ? QVariant(isOpenEnded) : CMListRowsNode::getRoleData(role, params);
+    }
+
+    bool isOpenEnded = false;
+};
+
 /// A list, and a browser and a clone on it.
 class Views
 {
@@ -35,7 +47,8 @@ public:
         : m_clock(clock), m_worker({{OrvoWorkerArguments::MergeEvents(), true}}, QStringLiteral("fuzz"))
     {
         ForwardingRoot::instance()->reset(&m_worker);
-        m_list = CMListRowsNode::create(m_worker.nodes(), m_path);
+        m_list = new List(m_path);
+        m_list->setNodes(m_worker.nodes());
         for (int row = 0; row < 12; ++row)
             m_list->rowsAppend(newRow());
         m_browser.reset(new CMRowsBrowser);
@@ -58,8 +71,7 @@ public:
         if (line.startsWith('@')) {
             m_browser->setCurrentRow(line.mid(1).toInt());
         } else if (line == "?") {
-            m_list->setRowsRoles(OrvoRowsRoles().setRoles(OrvoRoles().setUnknownSize(true)));
-            m_isOpenEnded = true;
+            m_list->isOpenEnded = true;
         } else if (line.startsWith('.')) {
             turn();
             for (int steps = line.count('.'); steps > 0 && !m_clock->idle(); --steps)
@@ -98,9 +110,9 @@ public:
             FUZZ_CHECK(m_clone->list().at(row).id() == OrvoRoles(rows.at(row)).id());
 
         FUZZ_CHECK(!m_browser->isLoading());
-        FUZZ_CHECK(m_isOpenEnded || m_browser->size() == rows.size());
+        FUZZ_CHECK(m_list->isOpenEnded || m_browser->size() == rows.size());
         const int current = m_browser->currentRow();
-        FUZZ_CHECK(current >= 0 && (m_isOpenEnded || current <= std::max(0, rows.size() - 1)));
+        FUZZ_CHECK(current >= 0 && (m_list->isOpenEnded || current <= std::max(0, rows.size() - 1)));
         const int end = std::min(current + m_radius + 1, rows.size());
         for (int row = std::max(0, current - m_radius); row < end; ++row)
             FUZZ_CHECK(m_browser->item(row).id() == OrvoRoles(rows.at(row)).id());
@@ -158,11 +170,10 @@ private:
     const CMPath m_path = CMPath::fromEncoded("fuzz:list");
     VirtualClock* const m_clock;
     CMNodesWorker m_worker;
-    CMListRowsNode* m_list = nullptr;
+    List* m_list = nullptr;
     std::unique_ptr<CMRowsBrowser> m_browser;
     std::unique_ptr<CMRowsClone> m_clone;
     int m_named = 0;
-    bool m_isOpenEnded = false;
     bool m_isTrue = true;
 };
 
