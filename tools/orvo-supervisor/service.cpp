@@ -236,6 +236,7 @@ void Service::ended(const QString& exit, bool failed, bool intended)
     }
     const qint64 delay = std::min<qint64>(m_config.maxBackOff, qint64(m_config.backOff) << std::min(m_row, 30));
     ++m_row;
+    LOG4CPLUS_INFO(supervisorLog(), m_config.id << ": starts again in " << delay << " ms");
     setState(State::BackOff);
     m_backOffTimer.start(int(delay));
 }
