@@ -5,8 +5,8 @@ A benchmark whose name ends in "/peer:NAME" does the work of the benchmark that 
 means. Both share one row; the ratio is our figure divided by the peer's, so less than 1 means that ours is better. The
 counter "allocations" is shown where a benchmark sets it, per iteration. A benchmark that sets the counter "bytes" is
 about memory: that is its figure then. Otherwise it is the processor time, or the time on the clock where the benchmark
-knows no other, asks for it or sets the time itself. The counters "requests" and "signals", of what an iteration sends and tells, stand beside
-the figure. Of repeated runs the median counts.
+knows no other, asks for it or sets the time itself. The counters "requests" and "signals", of what an iteration sends
+and tells, stand beside the figure. Of repeated runs the median counts.
 """
 
 import json

@@ -13,6 +13,8 @@
 #include "core/model/cmroot.h"
 #include "core/model/cmrpcserver.h"
 #include "core/orvo.h"
+#include "core/orvoLogger.h"
+#include "core/orvoStacktrace.h"
 #include "records/orvoconstants.h"
 
 #include <QCommandLineParser>
@@ -47,7 +49,7 @@ int fail(Status status, const QString& text)
 void configureLogging(const QString& file)
 {
     if (!file.isEmpty()) {
-        log4cplus::PropertyConfigurator::doConfigure(file.toStdString());
+        OrvoLogger::instance()->loadConfiguration(file);
         return;
     }
     log4cplus::helpers::Properties properties;
@@ -200,6 +202,7 @@ int main(int argc, char** argv)
 
     const log4cplus::Initializer initializer;
     configureLogging(logConfig);
+    orvoStacktrace::install();
     orvoRegisterMetaTypes();
     return run(name, config);
 }
