@@ -34,13 +34,13 @@ Service::Service(const ServiceConfig& config)
     const auto items = m_watchdog.findChildren<CMValueItem*>(QString(), Qt::FindDirectChildrenOnly);
     for (CMValueItem* item : items) {
         connect(item, &CMValueItem::changed, this, [this](const OrvoValue& value, const OrvoValue& oldValue) {
-            m_endIntended = m_endIntended || (hasProcess() && !oldValue.isEmpty() && oldValue != value);
+            m_valueChanged = m_valueChanged || (hasProcess() && !oldValue.isEmpty() && oldValue != value);
         });
     }
     if (config.stopOnNetworkDown) {
         auto* network = new CMValueItem(this, OrvoNetworkStateConnected());
         connect(network, &CMValueItem::changed, this, [this](const OrvoValue& value, const OrvoValue& oldValue) {
-            m_endIntended = m_endIntended || (hasProcess() && oldValue.bool_() && !value.bool_());
+            m_valueChanged = m_valueChanged || (hasProcess() && oldValue.bool_() && !value.bool_());
         });
     }
 
@@ -152,13 +152,13 @@ void Service::enter()
 
 void Service::launch()
 {
-    m_endIntended = false;
+    m_valueChanged = false;
     m_late = false;
     ++m_starts;
     m_state = State::Starting;
     if (!m_watchdog.start()) {
         const auto* process = m_watchdog.findChild<AppProcess*>(QString(), Qt::FindDirectChildrenOnly);
-        ended(QStringLiteral("cannot start: ") + process->errorString(), true, false);
+        ended(QStringLiteral("cannot start: ") + process->errorString(), End::Failure);
         return;
     }
     if (m_config.busName.isEmpty())
@@ -189,7 +189,6 @@ void Service::on_startTimer_timeout()
 void Service::askToEnd()
 {
     m_startTimer.stop();
-    m_endIntended = true;
     // Does nothing when the watchdog has begun to end it on its own.
     m_watchdog.stopSignal(false, SIGTERM, m_config.stopTimeout);
     setState(State::Stopping);
@@ -199,13 +198,19 @@ void Service::on_watchdog_terminated(QString, int code)
 {
     const auto* process = m_watchdog.findChild<AppProcess*>(QString(), Qt::FindDirectChildrenOnly);
     const bool crashed = process->exitStatus() == QProcess::CrashExit;
-    ended(QStringLiteral("%1 %2").arg(crashed ? QStringLiteral("signal") : QStringLiteral("exit")).arg(code),
-          crashed || code != 0 || m_late, m_endIntended);
+    const QString exit =
+        QStringLiteral("%1 %2").arg(crashed ? QStringLiteral("signal") : QStringLiteral("exit")).arg(code);
+    if (m_state == State::Stopping)
+        ended(exit, End::ByHand);
+    else if (m_valueChanged && crashed && code == SIGKILL)
+        ended(exit, End::ByValue);
+    else
+        ended(exit, crashed || code != 0 || m_late ? End::Failure : End::Clean);
 }
 
-/// An end that was intended is no failure, however the process took it.
-void Service::ended(const QString& exit, bool failed, bool intended)
+void Service::ended(const QString& exit, End end)
 {
+    using Restart = ServiceConfig::Restart;
     const bool healthy = m_state == State::Running && m_up.elapsed() >= m_config.healthy;
     m_startTimer.stop();
     m_lastExit = exit;
@@ -214,16 +219,15 @@ void Service::ended(const QString& exit, bool failed, bool intended)
         setState(State::Stopped);
         return;
     }
-    if (intended) {
+    if (end == End::ByHand || (end == End::ByValue && m_config.restart != Restart::Never)) {
         m_row = 0;
         setState(State::BackOff);
         m_backOffTimer.start(0);
         return;
     }
-    if (m_config.restart == ServiceConfig::Restart::Never
-        || (m_config.restart == ServiceConfig::Restart::OnFailure && !failed)) {
+    if (m_config.restart == Restart::Never || (m_config.restart == Restart::OnFailure && end == End::Clean)) {
         m_wanted = false;
-        setState(failed ? State::Failed : State::Stopped);
+        setState(end == End::Failure ? State::Failed : State::Stopped);
         return;
     }
     if (healthy)

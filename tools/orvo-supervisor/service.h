@@ -70,11 +70,14 @@ private slots:
     void on_watchdog_terminated(QString appId, int code);
 
 private:
+    /// Why the process ended: on its own, or because somebody or a value wanted it, which is no failure.
+    enum class End { Clean, Failure, ByHand, ByValue };
+
     void setState(State state);
     void enter();
     void launch();
     void askToEnd();
-    void ended(const QString& exit, bool failed, bool intended);
+    void ended(const QString& exit, End end);
     void on_startTimer_timeout();
 
     const ServiceConfig m_config;
@@ -82,8 +85,8 @@ private:
     State m_state = State::Stopped;
     bool m_wanted = false;
     bool m_ready = false;
-    /// The process is to end because somebody wants it to, not because it failed.
-    bool m_endIntended = false;
+    /// A value changed for which the watchdog kills the process.
+    bool m_valueChanged = false;
     /// It did not take its bus name in time.
     bool m_late = false;
     int m_starts = 0;

@@ -4,6 +4,8 @@
 #include "service.h"
 #include "supervisor.h"
 
+#include <algorithm>
+
 /**
  * The seconds for which a service has been up. They are read off when somebody asks, and told each second while
  * somebody watches; a device at rest does nothing for them.
@@ -116,6 +118,11 @@ void ServiceNodes::update()
     m_restarts->setValue(OrvoValue().setI32_(m_service->restarts()));
     m_lastExit->setValue(OrvoValue().setString_(m_service->lastExit()));
     m_uptime->update();
+
+    // Some senders no longer wait.
+    const auto isOver = [](const CMSetDataRequest& request) { return request.reply().isFinished(); };
+    m_untilUp.erase(std::remove_if(m_untilUp.begin(), m_untilUp.end(), isOver), m_untilUp.end());
+    m_untilDown.erase(std::remove_if(m_untilDown.begin(), m_untilDown.end(), isOver), m_untilDown.end());
 
     const Service::State state = m_service->state();
     const bool ended = state == Service::State::Stopped || state == Service::State::Failed;

@@ -468,9 +468,11 @@ private slots:
     {
         CMValueNode* connected = m_values->add(OrvoNetworkStateConnected());
         connected->setValue(OrvoValue().setBool_(true));
-        QVERIFY(device().start({with(with(sleeper("a"), "stopOnNetworkDown", true), "restart",
-                                     QJsonObject{{"limit", 1}, {"backOffMs", 1000000}, {"maxBackOffMs", 1000000}}),
-                                sleeper("b")}));
+        QVERIFY(device().start(
+            {with(with(sleeper("a"), "stopOnNetworkDown", true), "restart",
+                  QJsonObject{{"limit", 1}, {"backOffMs", 1000000}, {"maxBackOffMs", 1000000}}),
+             sleeper("b"),
+             with(with(sleeper("c"), "stopOnNetworkDown", true), "restart", QJsonObject{{"policy", "never"}})}));
         QTRY_VERIFY(!connected->valuePaths().isEmpty());
         QTRY_COMPARE(device().state("b"), QString("running"));
         bool isConnected = true;
@@ -479,6 +481,7 @@ private slots:
             20000);
         QTRY_COMPARE(device().state("a"), QString("running"));
         QCOMPARE(device().restarts("b"), 0);
+        QTRY_COMPARE(device().state("c"), QString("stopped"));
     }
 };
 
