@@ -68,6 +68,7 @@ void Playback::close()
     m_message.setTimestamp(ulong(m_frame));
     m_message.setFlushFlag(true);
     m_pipeline.sendMsg(m_message);
+    m_samples.clear();
     m_reader.reset();
 }
 
@@ -84,21 +85,28 @@ void Playback::sendDue()
     const size_t frameSize = m_reader->channels() * sizeof(int16_t);
     const size_t blockFrames = (OrvoMsgPipeline::MaxMessageSize - OrvoMsgAudioPayload::HeaderSize) / frameSize;
     const qint64 due = m_clockFrame + (m_clock.elapsed() + leadMs) * m_reader->rate() / 1000;
+    const qint64 heard = due - leadMs * qint64(m_reader->rate()) / 1000;
     while (m_frame < due) {
-        m_samples = m_reader->read(blockFrames);
         if (m_samples.empty()) {
-            close();
-            emit finished();
-            return;
+            m_samples = m_reader->read(blockFrames);
+            if (m_samples.empty()) {
+                close();
+                emit finished();
+                return;
+            }
+            for (int16_t& sample : m_samples)
+                sample = int16_t(std::lrint(sample * m_gain));
         }
-        for (int16_t& sample : m_samples)
-            sample = int16_t(std::lrint(sample * m_gain));
         m_message.setSamples(reinterpret_cast<const unsigned char*>(m_samples.data()), m_samples.size(),
                              sizeof(int16_t), m_reader->rate(), uchar(m_reader->channels()));
         m_message.setTimestamp(ulong(m_frame));
         m_message.setFlushFlag(m_flush);
-        if (m_pipeline.sendMsg(m_message) == OrvoMsgStatus::Sent)
-            m_flush = false;
+        const bool sent = m_pipeline.sendMsg(m_message) == OrvoMsgStatus::Sent;
+        // There is time left for the reader to take it.
+        if (!sent && m_frame > heard)
+            return;
+        m_flush = m_flush && !sent;
         m_frame += qint64(m_samples.size() / m_reader->channels());
+        m_samples.clear();
     }
 }

@@ -49,6 +49,7 @@ private:
     OrvoMsgPipeline m_pipeline;
     OrvoMsgAudioPayload m_message;
     std::unique_ptr<SoundReader> m_reader;
+    /// The block that is to be sent next; empty when it is still to be read.
     std::vector<int16_t> m_samples;
     double m_gain = 1;
     QTimer m_timer;
