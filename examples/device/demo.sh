@@ -120,6 +120,8 @@ becomes stream:volume 40
 becomes cast:volume -27.9
 
 title "The user of the streaming service moves its volume"
+# What it moves right behind the device is kept back, and comes back in the steps of the device.
+sleep 1
 before=$(told stream)
 expect 33 orvoctl set stream:volume 33
 becomes player:volume 17
