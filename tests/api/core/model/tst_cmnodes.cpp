@@ -60,7 +60,6 @@ void* realloc(void* memory, size_t size)
 
 namespace {
 
-
 /// What must stop the process, by the argument that the child is given.
 const FatalCalls& fatalCalls()
 {
