@@ -6,6 +6,7 @@
 #include "mediasearch.h"
 #include "nodetest.h"
 #include "searchresults.h"
+#include "support/heap.h"
 
 #include <QPointer>
 
@@ -13,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <malloc.h>
 #include <unistd.h>
 
 namespace {
@@ -144,7 +144,7 @@ private slots:
             f.delivered();
             QCoreApplication::sendPostedEvents();
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-            return mallinfo2().uordblks;
+            return heapBytesInUse();
         };
         size_t atMost = 0;
         const auto searchAndWait = [&] {

@@ -4,10 +4,10 @@
 #include "logcapture.h"
 #include "nodetest.h"
 #include "runtogether.h"
+#include "support/heap.h"
 
 #include <QtTest>
 
-#include <malloc.h>
 #include <thread>
 
 namespace {
@@ -255,7 +255,7 @@ private slots:
         const auto liveBytes = [] {
             QCoreApplication::sendPostedEvents();
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-            return mallinfo2().uordblks;
+            return heapBytesInUse();
         };
         // A first one, so that what the library keeps for good is there.
         search(0, true);
