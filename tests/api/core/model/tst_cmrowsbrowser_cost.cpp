@@ -1,3 +1,4 @@
+#include <malloc.h>
 
 #include "core/model/cmrowsbrowser.h"
 
@@ -5,7 +6,6 @@
 #include "core/model/cmnodes.h"
 #include "core/model/cmnodesworker.h"
 #include "support/allocationcount.h"
-#include "support/heap.h"
 #include "support/scriptedrows.h"
 
 namespace {
@@ -55,7 +55,7 @@ void load(CMRowsBrowser* browser)
 qint64 memoryOver(int rows)
 {
     EndlessWorker worker(rows);
-    const auto before = heapBytesInUse();
+    const auto before = mallinfo2().uordblks;
     CMRowsBrowser browser;
     browser.setWorker(&worker);
     browser.setRoles(CMAllRoles());
@@ -71,7 +71,7 @@ qint64 memoryOver(int rows)
         browser.setCurrentRow(browser.currentRow() - 1);
         load(&browser);
     }
-    return qint64(heapBytesInUse()) - qint64(before);
+    return qint64(mallinfo2().uordblks) - qint64(before);
 }
 
 } // namespace
