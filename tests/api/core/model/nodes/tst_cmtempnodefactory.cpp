@@ -261,36 +261,42 @@ private slots:
         search(0, true);
         f.nodes()->nodesAtPath(P("x:f/1")).first()->deleteLater();
         f.delivered();
-        const size_t before = liveBytes();
+        for (int round = 0; round < 2; ++round) {
+            const int first = 2 + round * count;
+            const size_t before = liveBytes();
 
-        auto log = std::make_unique<LogCapture>("CMUnusedNodeTimer");
-        QList<QPointer<CMNode>> made;
-        for (int i = 0; i < count; ++i) {
-            search(i, i % 2 == 0);
-            made.append(f.nodes()->nodesAtPath(CMPath::fromEncoded(QString("x:f/%1").arg(i + 2))).first().data());
+            auto log = std::make_unique<LogCapture>("CMUnusedNodeTimer");
+            QList<QPointer<CMNode>> made;
+            for (int i = 0; i < count; ++i) {
+                search(i, i % 2 == 0);
+                made.append(
+                    f.nodes()->nodesAtPath(CMPath::fromEncoded(QString("x:f/%1").arg(first + i))).first().data());
+            }
+            QCOMPARE(f.nodes()->allNodes().size(), count + 1);
+            const size_t amid = liveBytes();
+            QTRY_COMPARE_WITH_TIMEOUT(f.nodes()->allNodes().size(), 1, 60000);
+            f.delivered();
+            liveBytes();
+            for (const auto& node : qAsConst(made))
+                QVERIFY(!node);
+            QCOMPARE(log->lines().size(), count);
+            QVERIFY(log->lines().contains(
+                QString("INFO CMUnusedNodeTimer::on_timeout() deleting node at path x:f/%1").arg(first + count - 1)));
+            made.clear();
+            log.reset();
+            const size_t after = liveBytes();
+
+            const CMPath all = P("x:");
+            QVERIFY(f.hub()->valuePathsStartingWith(all).isEmpty() && f.hub()->dataPathsStartingWith(all).isEmpty()
+                    && f.hub()->rowsPathsStartingWith(all).isEmpty());
+            QVERIFY(f.factory->valuePaths().isEmpty() && f.factory->dataPaths().isEmpty()
+                    && f.factory->rowsPaths().isEmpty());
+            // Not even one small object for each node; the first round leaves the room that the tables grew to.
+            QVERIFY(amid - before > count * sizeof(CMListRowsNode));
+            const qint64 left = qint64(after) - qint64(before);
+            if (round > 0)
+                QVERIFY2(left < qint64(count * 32), qPrintable(QString::number(left)));
         }
-        QCOMPARE(f.nodes()->allNodes().size(), count + 1);
-        const size_t amid = liveBytes();
-        QTRY_COMPARE_WITH_TIMEOUT(f.nodes()->allNodes().size(), 1, 60000);
-        f.delivered();
-        liveBytes();
-        for (const auto& node : qAsConst(made))
-            QVERIFY(!node);
-        QCOMPARE(log->lines().size(), count);
-        QVERIFY(log->lines().contains("INFO CMUnusedNodeTimer::on_timeout() deleting node at path x:f/1001"));
-        made.clear();
-        log.reset();
-        const size_t after = liveBytes();
-
-        const CMPath all = P("x:");
-        QVERIFY(f.hub()->valuePathsStartingWith(all).isEmpty() && f.hub()->dataPathsStartingWith(all).isEmpty()
-                && f.hub()->rowsPathsStartingWith(all).isEmpty());
-        QVERIFY(f.factory->valuePaths().isEmpty() && f.factory->dataPaths().isEmpty()
-                && f.factory->rowsPaths().isEmpty());
-        // Not even one small object for each node.
-        QVERIFY(amid - before > count * sizeof(CMListRowsNode));
-        const qint64 left = qint64(after) - qint64(before);
-        QVERIFY2(left < qint64(count * 32), qPrintable(QString::number(left)));
     }
 
     void aSubscriberKeepsTheNodeAndItsEndGivesItTheTimeAgain()
