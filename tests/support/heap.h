@@ -4,7 +4,8 @@
 #include <malloc.h>
 
 #ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/allocator_interface.h>
+// Declared by a header that only clang installs.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 /// Bytes that the process has taken from the heap and not given back, also where a sanitizer holds the heap.
