@@ -64,7 +64,8 @@ void CMRPCExpiryQueue::timerEvent(QTimerEvent*)
         if (!alive)
             return;
     }
-    if (m_first && !m_timer.isActive())
+    // Also when a request that was made meanwhile has started it: the first one's time may come sooner.
+    if (m_first)
         m_timer.start(msUntil(m_first->m_deadline), this);
 }
 

@@ -45,6 +45,9 @@ private slots:
         const CMVoidReply unanswered = ask(client);
         CMRPCClient lateClient(nullptr, "me", late);
         const CMVoidReply unsent = ask(lateClient);
+        // Asking again at the end of one does not hold up the others.
+        CMVoidReply again;
+        unsent.onError([&](const CMError&) { again = ask(lateClient); });
         const CMVoidReply cancelled = ask(lateClient);
         cancelled.cancel();
 
@@ -67,13 +70,14 @@ private slots:
         // The client told the service to stop.
         QTRY_COMPARE(deafServer.peer()->packets.size(), 2);
         QCOMPARE(deafServer.peer()->of("request").at(1).value("cancel"), QJsonValue(true));
-        QTRY_VERIFY_WITH_TIMEOUT(hasExpired(later), time);
+        QTRY_VERIFY_WITH_TIMEOUT(hasExpired(later), time * 3 / 4);
+        QVERIFY(!again.isFinished());
         // Not with the first ones. Timers of this length keep to five per cent.
         QVERIFY(laterSince.elapsed() >= time * 0.9);
 
         // A service that comes up too late sees the requests, and a cancel for each.
         RawServer lateServer(late);
-        QTRY_VERIFY(lateServer.peer() && lateServer.peer()->packets.size() == 6);
+        QTRY_VERIFY(lateServer.peer() && lateServer.peer()->packets.size() == 7);
         const QList<QJsonObject> requests = lateServer.peer()->of("request");
         const auto cancelOf = [&](int index) {
             return QJsonObject{{"id", requests.at(index).value("id")}, {"cancel", true}};
@@ -83,7 +87,8 @@ private slots:
         QCOMPARE(requests.at(2), cancelOf(1));
         QVERIFY(requests.at(3).contains("getDataRequest"));
         QCOMPARE(requests.at(4), cancelOf(0));
-        QCOMPARE(requests.at(5), cancelOf(3));
+        QVERIFY(requests.at(5).contains("getDataRequest"));
+        QCOMPARE(requests.at(6), cancelOf(3));
         worker.clear();
     }
 
