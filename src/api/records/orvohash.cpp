@@ -34,6 +34,12 @@ QVariantHash mergedHash(QVariantHash into, const QVariantHash& from)
 
 } // namespace
 
+const QVariant& OrvoHash::invalid()
+{
+    static const QVariant none;
+    return none;
+}
+
 OrvoHash& OrvoHash::__setVariant(const QVariant& variant)
 {
     m_hash = variant.toHash();

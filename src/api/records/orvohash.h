@@ -58,7 +58,18 @@ public:
     friend bool operator!=(const OrvoHash& a, const OrvoHash& b) { return !(a == b); }
 
 protected:
+    /// Where it lies, without a copy; an invalid variant when the key is missing.
+    const QVariant& stored(const QString& key) const
+    {
+        const auto found = m_hash.constFind(key);
+        return found == m_hash.constEnd() ? invalid() : *found;
+    }
+    void store(const QString& key, QVariant&& value) { m_hash[key] = std::move(value); }
+
     QHash<QString, QVariant> m_hash;
+
+private:
+    static const QVariant& invalid();
 };
 
 uint qHash(const OrvoHash& record);

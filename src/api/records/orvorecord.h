@@ -37,11 +37,11 @@ public:                                                                         
     ORVO_KEY(getter, Name)                                                                                             \
     Type getter() const                                                                                                \
     {                                                                                                                  \
-        return OrvoField::Codec<Type>::fromVariant(m_hash.value(Name()));                                              \
+        return OrvoField::Codec<Type>::fromVariant(stored(Name()));                                                    \
     }                                                                                                                  \
     Self& set##Name(const Type& value)                                                                                 \
     {                                                                                                                  \
-        m_hash.insert(Name(), OrvoField::Codec<Type>::toVariant(value));                                               \
+        store(Name(), OrvoField::Codec<Type>::toVariant(value));                                                       \
         return *this;                                                                                                  \
     }
 
@@ -50,10 +50,10 @@ public:                                                                         
     ORVO_KEY(getter, Name)                                                                                             \
     Vocabulary::Enum getter() const                                                                                    \
     {                                                                                                                  \
-        return Vocabulary::fromString(m_hash.value(Name()).toString());                                                \
+        return Vocabulary::fromString(stored(Name()).toString());                                                      \
     }                                                                                                                  \
     Self& set##Name(Vocabulary::Enum value)                                                                            \
     {                                                                                                                  \
-        m_hash.insert(Name(), Vocabulary::toString(value));                                                            \
+        store(Name(), Vocabulary::toString(value));                                                                    \
         return *this;                                                                                                  \
     }
