@@ -24,8 +24,30 @@ QString fromUtf8(const QByteArray& bytes)
     return bytes.size() > 0 ? orvoFromUtf8(bytes.constData(), bytes.size()) : QString();
 }
 
+/// Whether the text is ASCII and has nothing to escape, told four units at a time: nearly all paths are.
+bool isPlain(const QString& text)
+{
+    constexpr quint64 ones = 0x0001000100010001u;
+    const QChar* unit = text.constData();
+    int left = text.size();
+    quint64 special = 0;
+    for (; left >= 4; unit += 4, left -= 4) {
+        quint64 four;
+        std::memcpy(&four, unit, sizeof four);
+        // A borrow may mark the unit above one that is escaped by right, which does not count.
+        special |= (((four ^ ones * '\\') - ones) | ((four ^ ones * '?') - ones) | ((four ^ ones * '=') - ones) | four)
+                   & (ones * 0xFF80);
+    }
+    bool plain = !special;
+    for (; left; ++unit, --left)
+        plain = plain && unit->unicode() < 0x80 && !needsEscape(*unit);
+    return plain;
+}
+
 QString escaped(const QString& text)
 {
+    if (isPlain(text))
+        return text;
     const QChar* begin = text.constData();
     const QChar* end = begin + text.size();
     const QChar* first = std::find_if(begin, end, needsEscape);
@@ -130,6 +152,8 @@ CMPath CMPath::fromEncoded(const QString& encoded)
     // Addresses of this service carry a query of their own, which belongs to it and not to this system.
     if (encoded.startsWith(QLatin1String("airable:preplay?serviceType=airable")))
         return fromEncoded(escaped(encoded).toUtf8());
+    if (isPlain(encoded))
+        return CMPath(encoded.isEmpty() ? QString() : encoded);
     const auto needsWork = [](QChar c) { return needsEscape(c) || c.isSurrogate(); };
     if (std::none_of(encoded.cbegin(), encoded.cend(), needsWork))
         return CMPath(encoded.isEmpty() ? QString() : encoded);

@@ -251,6 +251,24 @@ private slots:
 
     // Reading
 
+    void aUnitThatIsEscapedIsFoundAtEachPlace()
+    {
+        for (int size = 1; size <= 13; ++size) {
+            for (int place = 0; place < size; ++place) {
+                for (const QChar c : QStringLiteral("\\?=<>@[]\u0001\u007F\u0080\u00DC\u013F\u5C00\uFFFD")) {
+                    QString text(size, QLatin1Char('a'));
+                    text[place] = c;
+                    QString encoded = text;
+                    if (QStringLiteral("\\?=").contains(c))
+                        encoded.insert(place, QLatin1Char('\\'));
+                    const CMPath plain = CMPath::fromPrefixWithBase(text);
+                    QCOMPARE(plain.toEncoded(), encoded);
+                    QCOMPARE(CMPath::fromEncoded(encoded).baseWithPrefix(), text);
+                }
+            }
+        }
+    }
+
     void theFirstColonSplitsPrefixFromBase_data()
     {
         QTest::addColumn<QString>("text");
