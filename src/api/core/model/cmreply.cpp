@@ -52,6 +52,12 @@ bool CMReplyAbstractData::waitForFinished(unsigned long timeMs) const
     return m_finished;
 }
 
+bool CMReplyAbstractData::hasFailed() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_error.isError();
+}
+
 CMError CMReplyAbstractData::error() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -210,7 +216,7 @@ const CMVariantReply& CMVariantReply::onSuccess(std::function<void(const QVarian
     addWatcher(
         [function = std::move(function)](const CMVoidReply& reply) {
             Q_ASSERT_X(reply.isValid(), "CMVariantReply", "Wrong type passed to CMVariantReply::onSuccess()!");
-            if (!reply.error().isError())
+            if (!reply.hasFailed())
                 function(CMVariantReply(reply).value());
         },
         type);

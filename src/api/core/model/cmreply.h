@@ -13,6 +13,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <typeinfo>
 
 class CMReplyWatcher;
 class CMVariantReply;
@@ -42,6 +43,7 @@ public:
     void setError(const CMError& error);
     bool isFinished() const;
     bool waitForFinished(unsigned long timeMs) const;
+    bool hasFailed() const;
     CMError error() const;
     void addWatcher(CMReplyWatcher* watcher);
     void removeWatcher(CMReplyWatcher* watcher);
@@ -139,6 +141,8 @@ public:
     bool isFinished() const { return m_d->isFinished(); }
     /// Whether it is finished after at most `time` milliseconds. Not for the thread that has to finish the reply.
     bool waitForFinished(unsigned long time = ULONG_MAX) const { return m_d->waitForFinished(time); }
+    /// Whether it ended with an error. Does not wait.
+    bool hasFailed() const { return m_d->hasFailed(); }
     /// A copy; empty when it has not failed, or not yet. Does not wait.
     CMError error() const { return m_d->error(); }
     void setError(const CMError& error) const { m_d->setError(error); }
@@ -174,6 +178,13 @@ protected:
 uint qHash(const CMVoidReply& reply);
 
 namespace CMReplyDetail {
+
+/// Null when the data is of another class. Mostly it is the very class, which is told without a walk over bases.
+template <typename Data>
+Data* dataAs(CMReplyAbstractData* data)
+{
+    return data && typeid(*data) == typeid(Data) ? static_cast<Data*>(data) : dynamic_cast<Data*>(data);
+}
 
 /// What an onSuccess() function of a CMReply<T> takes.
 template <typename T>
@@ -227,7 +238,7 @@ public:
     {
         addWatcher(
             [function = std::move(function)](const CMVoidReply& reply) {
-                auto* data = dynamic_cast<Data*>(reply.data());
+                auto* data = CMReplyDetail::dataAs<Data>(reply.data());
                 Q_ASSERT_X(data, "CMReply", "Wrong type passed to CMReply::onFinished()!");
                 function(CMReply(data));
             },
@@ -240,9 +251,9 @@ public:
     {
         addWatcher(
             [function = std::move(function)](const CMVoidReply& reply) {
-                auto* data = dynamic_cast<Data*>(reply.data());
+                auto* data = CMReplyDetail::dataAs<Data>(reply.data());
                 Q_ASSERT_X(data, "CMReply", "Wrong type passed to CMReply::onSuccess()!");
-                if (!reply.error().isError())
+                if (!reply.hasFailed())
                     CMReplyDetail::Success<T>::call(function, data);
             },
             type);

@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QVariant>
 
+#include <typeinfo>
+
 /**
  * A request on its way through workers and nodes: a shared handle on a Data object with the path, the arguments and
  * the reply that is to be finished.
@@ -162,8 +164,10 @@ public:
 template <typename Request>
 Request request_cast(const CMRequest& request)
 {
-    auto* data = dynamic_cast<typename Request::Data*>(request.d());
-    return data ? Request(data) : Request();
+    // No class derives from these: the very type decides, without a walk over bases.
+    using Data = typename Request::Data;
+    CMRequest::Data* const data = request.d();
+    return data && typeid(*data) == typeid(Data) ? Request(static_cast<Data*>(data)) : Request();
 }
 
 Q_DECLARE_METATYPE(CMRequest)

@@ -121,6 +121,21 @@ class tst_CMReply : public QObject
     Q_OBJECT
 
 private slots:
+    void itHasFailedOnlyWithAnErrorThatHasAName()
+    {
+        const CMReply<int> open;
+        QVERIFY(!open.hasFailed());
+        const CMReply<int> done;
+        done.setValue(1);
+        QVERIFY(!done.hasFailed());
+        const CMVoidReply failed;
+        failed.setError(CMError("name", "message", "title"));
+        QVERIFY(failed.hasFailed());
+        const CMVoidReply nameless;
+        nameless.setError(CMError(QString(), "message", "title"));
+        QVERIFY(!nameless.hasFailed());
+    }
+
     void initTestCase() { orvoRegisterMetaTypes(); }
     void cleanup() { deleteWaiting(); }
 
