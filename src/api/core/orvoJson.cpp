@@ -8,7 +8,6 @@
 #include "json_sax.h"
 
 #include <QDebug>
-#include <QStack>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +17,7 @@
 #include <cstring>
 #include <optional>
 #include <ostream>
+#include <vector>
 
 namespace orvoJson {
 
@@ -153,7 +153,6 @@ struct MyJsonDom
         if (length >= 1024)
             values.emplace();
         stack.swap(lastStack());
-        stack.reserve(8);
     }
     ~MyJsonDom()
     {
@@ -164,9 +163,9 @@ struct MyJsonDom
     MyJsonDom& operator=(const MyJsonDom&) = delete;
 
     /// Its room is used again by the next text of the thread.
-    static QStack<StackItem>& lastStack()
+    static std::vector<StackItem>& lastStack()
     {
-        static thread_local QStack<StackItem> stack;
+        static thread_local std::vector<StackItem> stack;
         return stack;
     }
 
@@ -178,11 +177,11 @@ struct MyJsonDom
 
     void add(QVariant&& value)
     {
-        if (stack.isEmpty()) {
+        if (stack.empty()) {
             root = std::move(value);
             return;
         }
-        StackItem& top = stack.top();
+        StackItem& top = stack.back();
         if (!top.key.isNull()) {
             top.hash[top.key] = std::move(value);
             return;
@@ -196,29 +195,29 @@ struct MyJsonDom
 
     QVariantList takeList()
     {
-        const int depth = stack.size();
-        QVariantList list = std::move(stack.top().list);
-        if (depth < int(listSizes.size()))
-            listSizes[size_t(depth)] = list.size();
-        stack.removeLast();
+        const size_t depth = stack.size();
+        QVariantList list = std::move(stack.back().list);
+        if (depth < listSizes.size())
+            listSizes[depth] = list.size();
+        stack.pop_back();
         return list;
     }
 
     QVariantHash takeHash()
     {
-        QVariantHash hash = std::move(stack.top().hash);
-        stack.removeLast();
+        QVariantHash hash = std::move(stack.back().hash);
+        stack.pop_back();
         return hash;
     }
 
     /// Rows are of equal size: a list gets the room that the one before it on the same level took.
     int expectedSize() const
     {
-        const int depth = stack.size();
-        return depth < int(listSizes.size()) ? listSizes[size_t(depth)] : 0;
+        const size_t depth = stack.size();
+        return depth < listSizes.size() ? listSizes[depth] : 0;
     }
 
-    QStack<StackItem> stack;
+    std::vector<StackItem> stack;
     QVariant root;
     TextCache& keys;
     std::optional<TextCache> values;
@@ -252,7 +251,7 @@ int my_json_dom_callback(void* userdata, int type, const char* data, uint32_t le
     switch (type) {
     case JSON_ARRAY_BEGIN:
     case JSON_OBJECT_BEGIN:
-        dom->stack.push(MyJsonDom::StackItem());
+        dom->stack.emplace_back();
         return 0;
     case JSON_ARRAY_END:
         dom->add(QVariant(dom->takeList()));
@@ -270,7 +269,7 @@ int my_json_dom_callback(void* userdata, int type, const char* data, uint32_t le
         dom->add(QVariant(toText(dom->values, data, length)));
         return 0;
     case JSON_KEY:
-        dom->stack.top().key = dom->keys.text(data, length);
+        dom->stack.back().key = dom->keys.text(data, length);
         return 0;
     case JSON_TRUE:
         dom->add(QVariant(true));
@@ -287,15 +286,12 @@ int my_json_dom_callback(void* userdata, int type, const char* data, uint32_t le
     }
 }
 
-namespace dom {
-
-QVariant parse(const QByteArray& json, OrvoError& error, unsigned int* processed);
-
 /// A value that stands alone is read as the only element of a list.
 QVariant parsePrimitive(const QByteArray& json, OrvoError& error, unsigned int* processed)
 {
     LOG4CPLUS_DEBUG(logger(), "Retrying parse of primitive value: " << json);
-    const QVariant result = parse('[' + json + ']', error, processed);
+    const QByteArray array = '[' + json + ']';
+    const QVariant result = parse(array.constData(), array.size(), error, processed);
     if (!error.isEmpty())
         return QVariant();
     if (processed)
@@ -307,53 +303,55 @@ QVariant parsePrimitive(const QByteArray& json, OrvoError& error, unsigned int* 
     return QVariant();
 }
 
-QVariant parse(const QByteArray& json, OrvoError& error, unsigned int* processed)
+QVariant parse(const char* json, int size, OrvoError& error, unsigned int* processed)
 {
     error.clear();
-    MyJsonDom dom(json.size());
+    MyJsonDom dom(size);
     json_parser parser;
     int ret = json_parser_init(&parser, nullptr, my_json_dom_callback, &dom);
     Q_ASSERT(!ret);
-    ret = json_parser_string(&parser, json.constData(), uint32_t(json.size()), processed);
+    ret = json_parser_string(&parser, json, uint32_t(size), processed);
     const bool isDone = json_parser_is_done(&parser);
     json_parser_free(&parser);
 
     if (!ret && isDone)
         return std::move(dom.root);
 
-    const auto first = std::find_if_not(json.cbegin(), json.cend(), isSpace);
+    const char* const end = json + size;
+    const char* const first = std::find_if_not(json, end, isSpace);
     if (!ret) {
-        setError(error, first == json.cend() ? EmptyJson : UnfinishedData);
+        setError(error, first == end ? EmptyJson : UnfinishedData);
     } else if (ret != JSON_ERROR_UNEXPECTED_CHARACTER) {
         setError(error, ret);
     } else if (isDone) {
         setError(error, TrailingCharacters);
-    } else if (first == json.cend() || *first == '[' || *first == '{') {
+    } else if (first == end || *first == '[' || *first == '{') {
         setError(error, ret);
     } else {
-        return parsePrimitive(json, error, processed);
+        return parsePrimitive(QByteArray(json, size), error, processed);
     }
     return std::move(dom.root);
 }
 
-} // namespace dom
-
-QByteArray serialize(const QVariant& value, bool pretty, const char* where)
+QByteArray serialize(const QVariant& value, bool pretty, const char* where, int headSize = 0)
 {
     OrvoError error;
-    QByteArray json = printValue(value, pretty, error);
+    QByteArray json = printValue(value, pretty, error, headSize);
     if (!error.isEmpty())
         qt_assert_x(where, error.message().toUtf8().constData(), __FILE__, __LINE__);
     return json;
 }
 
-} // namespace orvoJson
+QByteArray serializeBehind(int headSize, const QVariant& value)
+{
+    return serialize(value, false, "serialize", headSize);
+}
 
-Q_DECLARE_TYPEINFO(orvoJson::MyJsonDom::StackItem, Q_MOVABLE_TYPE);
+} // namespace orvoJson
 
 QVariant OrvoJson::parse(const QByteArray& json, OrvoError& error, unsigned int* processed)
 {
-    return orvoJson::dom::parse(json, error, processed);
+    return orvoJson::parse(json.constData(), json.size(), error, processed);
 }
 
 QVariant OrvoJson::parse(const QString& json, OrvoError& error, unsigned int* processed)

@@ -109,7 +109,13 @@ public:
         *out++ = ',';
     }
 
-    QByteArray take() { return QByteArray(m_text.constData(), used() - 1); }
+    QByteArray take(int headSize)
+    {
+        const int size = used() - 1;
+        QByteArray text(headSize + size, Qt::Uninitialized);
+        std::memcpy(text.data() + headSize, m_text.constData(), size_t(size));
+        return text;
+    }
 
 private:
     int used() const { return int(m_out - m_text.constData()); }
@@ -177,7 +183,7 @@ public:
     void string(const QString& text) { token(JSON_STRING, text.toUtf8()); }
     void verbatim(const char* text, int length) { token(JSON_FLOAT, QByteArray::fromRawData(text, length)); }
 
-    QByteArray take() { return m_output; }
+    QByteArray take(int) { return m_output; }
 
 private:
     void token(int type, const QByteArray& text = QByteArray())
@@ -198,7 +204,10 @@ class ValuePrinter
 public:
     explicit ValuePrinter(OrvoError& error) : m_error(error) {}
 
-    QByteArray print(const QVariant& value) { return printValue(value) ? m_writer.take() : QByteArray(); }
+    QByteArray print(const QVariant& value, int headSize)
+    {
+        return printValue(value) ? m_writer.take(headSize) : QByteArray();
+    }
 
 private:
     bool verbatim(const char* text, int length)
@@ -337,10 +346,11 @@ private:
 
 } // namespace
 
-QByteArray printValue(const QVariant& value, bool pretty, OrvoError& error)
+QByteArray printValue(const QVariant& value, bool pretty, OrvoError& error, int headSize)
 {
     error.clear();
-    return pretty ? ValuePrinter<PrettyWriter>(error).print(value) : ValuePrinter<CompactWriter>(error).print(value);
+    return pretty ? ValuePrinter<PrettyWriter>(error).print(value, 0)
+                  : ValuePrinter<CompactWriter>(error).print(value, headSize);
 }
 
 } // namespace orvoJson

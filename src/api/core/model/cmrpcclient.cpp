@@ -7,7 +7,12 @@
 #include "records/orvoconstants.h"
 
 #include <QPointer>
+#include <QStringBuilder>
 #include <QThread>
+
+#include <array>
+#include <charconv>
+#include <limits>
 
 namespace {
 
@@ -168,11 +173,19 @@ void CMRPCClient::startRequest(OrvoRequest& request, const CMVoidReply& reply)
         emit sendRequestPrivate(request, reply);
         return;
     }
-    request.setId(name() + QLatin1Char(':') + QString::number(m_version.next()));
+    request.setId(nextRequestId());
     sendRequest(request);
     auto* watcher = new CMRPCReplyWatcher(request, reply, this);
     m_requests.insert(request.id(), watcher);
     reply.addWatcher(watcher);
+}
+
+/// The name and a counter, in one allocation.
+QString CMRPCClient::nextRequestId()
+{
+    std::array<char, std::numeric_limits<int>::digits10 + 2> digits;
+    const char* const end = std::to_chars(digits.begin(), digits.end(), m_version.next()).ptr;
+    return name() % QLatin1Char(':') % QLatin1String(digits.data(), int(end - digits.data()));
 }
 
 void CMRPCClient::on_sendRequest_private(OrvoRequest request, const CMVoidReply& reply)

@@ -80,6 +80,7 @@ private slots:
 
 private:
     void startRequest(OrvoRequest& request, const CMVoidReply& reply);
+    QString nextRequestId();
     void subscribePath(OrvoSubscribeType::Enum type, const CMPath& path, bool subscribe);
     QSet<CMPath>* pathsOf(OrvoSubscribeType::Enum type);
     void readValueAgain(const CMPath& path);

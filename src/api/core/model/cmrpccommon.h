@@ -63,6 +63,8 @@ private:
 
     enum class Next { GoOn, Stop };
 
+    qint64 write(const char* bytes, qint64 size);
+    bool mayWriteAtOnce();
     void receive();
     Next takePacket();
     bool dispatchPlain(const char* text, int length);
@@ -72,6 +74,8 @@ private:
     QByteArray m_buffer;
     /// How much of the buffer is handed on. Steps over a packet ahead of its handler, which may run an event loop.
     int m_consumed = 0;
+    /// What was received is being handed on, and no handler has written past Qt's buffer.
+    bool m_isAnswering = false;
     const QString m_name;
     const QString m_remoteName;
     const QString m_logName;

@@ -476,6 +476,55 @@ private slots:
         QTRY_COMPARE(wire.near->taken, (QStringList{"reply 1", "reply 2", "reply 3"}));
     }
 
+    void theAnswerToTheLastPacketLeavesAtOnceAndThoseBeforeInOnePiece()
+    {
+        Wire wire;
+        QList<QByteArray> seen;
+        wire.near->onTaken = [&] {
+            wire.near->sendReply(OrvoReply().setId(QString::number(wire.near->taken.size())));
+            seen.append(wire.read());
+        };
+        wire.write(framed(reply("a")));
+        QTRY_COMPARE(wire.near->taken.size(), 1);
+        QCOMPARE(seen, QList<QByteArray>{framed(reply("1"))});
+        wire.write(framed(reply("b")) + framed(reply("c")));
+        QTRY_COMPARE(wire.near->taken.size(), 3);
+        QCOMPARE(seen.mid(1), (QList<QByteArray>{QByteArray(), QByteArray()}));
+        QCOMPARE(wire.read(), framed(reply("2")) + framed(reply("3")));
+    }
+
+    void whatAHandlerWritesKeepsItsOrderWhenTheKernelTakesOnlyAPart()
+    {
+        Wire wire;
+        const QByteArray large(3 * 1024 * 1024, 'x');
+        wire.near->onTaken = [&] {
+            for (const QByteArray& id : {large, QByteArray("1"), QByteArray("2")})
+                wire.near->sendReply(OrvoReply().setId(id));
+        };
+        const QByteArray wanted = framed(reply(large)) + framed(reply("1")) + framed(reply("2"));
+        wire.write(framed(reply("a")));
+        QByteArray got;
+        for (QDeadlineTimer end(10000); got.size() < wanted.size() && !end.hasExpired();) {
+            QCoreApplication::processEvents();
+            got += wire.read();
+        }
+        QVERIFY(got == wanted);
+    }
+
+    void anAnswerToAPeerThatIsGoneIsLeftToTheSocket()
+    {
+        LogCapture log("CMRPCSocket");
+        Wire wire;
+        wire.near->onTaken = [&] {
+            ::close(std::exchange(wire.far, -1));
+            wire.near->sendReply(OrvoReply().setId("1"));
+        };
+        wire.write(framed(reply("a")));
+        QTRY_COMPARE(wire.near->socket()->state(), QLocalSocket::UnconnectedState);
+        QCOMPARE(wire.near->taken, QStringList("reply a"));
+        QVERIFY2(log.lines().contains("INFO near: Socket disconnected"), qPrintable(log.lines().join('\n')));
+    }
+
     void itMayBeDestroyedInsideAHandler()
     {
         Wire wire;
