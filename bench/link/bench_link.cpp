@@ -46,6 +46,7 @@
 //     bench_link [--benchmark_out=FILE]     all of it, written as Google Benchmark writes its results
 //     bench_link --run MODE                 one run in this process, one line of JSON for each figure
 //     bench_link --gets MODE COUNT          nothing but reads, one after the other, to look at with a profiler
+//     bench_link --changes MODE COUNT       nothing but changes, likewise
 
 namespace {
 
@@ -57,7 +58,7 @@ class Client : public QObject
 
 public:
     virtual bool isReady() const { return true; }
-    virtual void get(const Done& done) = 0;
+    virtual void get(Done done) = 0;
     virtual void watch() = 0;
     virtual bool hasRows() const { return false; }
     /// Reads all rows and keeps them until the next call.
@@ -75,9 +76,9 @@ public:
     explicit OrvoClient(const QString& address) : m_worker(QStringLiteral("bench"), address) {}
 
     bool isReady() const override { return m_worker.client()->isConnected(); }
-    void get(const Done& done) override
+    void get(Done done) override
     {
-        m_worker.getData(m_value, m_roles).onSuccess([done](const QVariantList& values) {
+        m_worker.getData(m_value, m_roles).onSuccess([done = std::move(done)](const QVariantList& values) {
             Q_ASSERT(values.size() == 1);
             done();
         });
@@ -139,9 +140,9 @@ public:
     }
 
     bool isReady() const override { return m_socket.state() == QLocalSocket::ConnectedState; }
-    void get(const Done& done) override
+    void get(Done done) override
     {
-        m_waiting.push_back(done);
+        m_waiting.push_back(std::move(done));
         m_socket.write(m_message);
     }
     void watch() override {}
@@ -179,12 +180,12 @@ public:
     {}
 
     bool isReady() const override { return m_bus.isConnected(); }
-    void get(const Done& done) override
+    void get(Done done) override
     {
         QDBusMessage call = QDBusMessage::createMethodCall(m_service, m_path, m_interface, QStringLiteral("get"));
         call << Link::valuePath() << m_roles;
         auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
-        connect(watcher, &QDBusPendingCallWatcher::finished, this, [done, watcher] {
+        connect(watcher, &QDBusPendingCallWatcher::finished, this, [done = std::move(done), watcher] {
             const QDBusPendingReply<QVariantList> reply = *watcher;
             Q_ASSERT(reply.isValid() && reply.value().size() == 1);
             watcher->deleteLater();
@@ -220,10 +221,10 @@ public:
     }
 
     bool isReady() const override { return m_peer->isReplicaValid(); }
-    void get(const Done& done) override
+    void get(Done done) override
     {
         auto* watcher = new QRemoteObjectPendingCallWatcher(m_peer->get(Link::valuePath(), m_roles), this);
-        connect(watcher, &QRemoteObjectPendingCallWatcher::finished, this, [done, watcher] {
+        connect(watcher, &QRemoteObjectPendingCallWatcher::finished, this, [done = std::move(done), watcher] {
             Q_ASSERT(watcher->returnValue().toList().size() == 1);
             watcher->deleteLater();
             done();
@@ -423,6 +424,25 @@ public:
         loop.exec();
     }
 
+    /// The times from a change there to the call here; fewer where one overtakes another.
+    std::vector<double> changes(int count)
+    {
+        QEventLoop loop;
+        std::vector<double> times;
+        m_client->onChange = [&](qlonglong sent) {
+            times.push_back(double(Link::now() - sent));
+            if (int(times.size()) == count)
+                loop.quit();
+        };
+        m_client->watch();
+        QTimer::singleShot(50, &loop, [&] { m_peer->send("changes " + QByteArray::number(count)); });
+        // A change that overtakes its predecessor replaces it, so there may be fewer.
+        QTimer::singleShot(50 + 2 * count, &loop, &QEventLoop::quit);
+        loop.exec();
+        m_client->onChange = [](qlonglong) {};
+        return times;
+    }
+
 private:
     static void print(const char* name, double nanoseconds, double allocations = -1, double bytes = -1)
     {
@@ -446,24 +466,6 @@ private:
         const uint64_t here = allocations.count();
         m_peer->send("counted");
         return double(m_peer->readLine().section(QLatin1Char(' '), 1).toULongLong() + here) / count;
-    }
-
-    std::vector<double> changes(int count)
-    {
-        QEventLoop loop;
-        std::vector<double> times;
-        m_client->onChange = [&](qlonglong sent) {
-            times.push_back(double(Link::now() - sent));
-            if (int(times.size()) == count)
-                loop.quit();
-        };
-        m_client->watch();
-        QTimer::singleShot(50, &loop, [&] { m_peer->send("changes " + QByteArray::number(count)); });
-        // A change that overtakes its predecessor replaces it, so there may be fewer.
-        QTimer::singleShot(50 + 2 * count, &loop, &QEventLoop::quit);
-        loop.exec();
-        m_client->onChange = [](qlonglong) {};
-        return times;
     }
 
     void rows()
@@ -577,6 +579,11 @@ int main(int argc, char** argv)
     if (arguments.value(1) == QLatin1String("--gets")) {
         orvoRegisterMetaTypes();
         Run(arguments.value(2)).gets(arguments.value(3).toInt(), 1, nullptr);
+        return 0;
+    }
+    if (arguments.value(1) == QLatin1String("--changes")) {
+        orvoRegisterMetaTypes();
+        Run(arguments.value(2)).changes(arguments.value(3).toInt());
         return 0;
     }
     const QByteArray json = QJsonDocument(QJsonObject{{QStringLiteral("benchmarks"), measureAll()}}).toJson();
