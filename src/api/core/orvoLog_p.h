@@ -12,13 +12,13 @@
  * Logging inside the library: ORVO_LOGGER("CMPath") at namespace scope, then LOG4CPLUS_WARN(logger(), "text " <<
  * value).
  *
- * The logger is looked up once and never destroyed, so that it may be used while the process ends.
+ * The logger is looked up once and never destroyed, so that it may be used while the process ends. It is not const, as
+ * the macros would copy a const one for each line, printed or not.
  */
 #define ORVO_LOGGER(name)                                                                                              \
-    [[maybe_unused]] const log4cplus::Logger& logger()                                                                 \
+    [[maybe_unused]] log4cplus::Logger& logger()                                                                       \
     {                                                                                                                  \
-        static const auto* const instance =                                                                            \
-            new log4cplus::Logger(log4cplus::Logger::getInstance(LOG4CPLUS_TEXT(name)));                               \
+        static auto* const instance = new log4cplus::Logger(log4cplus::Logger::getInstance(LOG4CPLUS_TEXT(name)));     \
         return *instance;                                                                                              \
     }
 
