@@ -1,5 +1,7 @@
 #include "records/orvohash.h"
 
+#include "records/orvosame_p.h"
+
 #include <QStringList>
 
 namespace {
@@ -32,7 +34,53 @@ QVariantHash mergedHash(QVariantHash into, const QVariantHash& from)
     return into;
 }
 
+bool sameHash(const QVariantHash& a, const QVariantHash& b)
+{
+    if (a.size() != b.size())
+        return false;
+    for (auto it = a.cbegin(); it != a.cend(); ++it) {
+        const auto found = b.constFind(it.key());
+        // Values of two types may compare otherwise the other way around; QHash is content with one of them.
+        if (found == b.cend() || (!orvoSameValue(*it, *found) && !orvoSameValue(*found, *it)))
+            return false;
+    }
+    return true;
+}
+
+template <typename T>
+bool same(const QVariant& a, const QVariant& b)
+{
+    return *static_cast<const T*>(a.constData()) == *static_cast<const T*>(b.constData());
+}
+
 } // namespace
+
+bool orvoSameValue(const QVariant& a, const QVariant& b)
+{
+    const int type = a.userType();
+    if (type != b.userType())
+        return a == b;
+    switch (type) {
+    case QMetaType::QVariantHash:
+        return sameHash(*static_cast<const QVariantHash*>(a.constData()),
+                        *static_cast<const QVariantHash*>(b.constData()));
+    case QMetaType::QString:
+        return same<QString>(a, b);
+    case QMetaType::LongLong:
+        return same<qlonglong>(a, b);
+    case QMetaType::Int:
+        return same<int>(a, b);
+    case QMetaType::Bool:
+        return same<bool>(a, b);
+    default:
+        return a == b;
+    }
+}
+
+bool operator==(const OrvoHash& a, const OrvoHash& b)
+{
+    return sameHash(a.m_hash, b.m_hash);
+}
 
 const QVariant& OrvoHash::invalid()
 {

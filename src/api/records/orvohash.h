@@ -54,7 +54,7 @@ public:
     QByteArray toJson(bool pretty) const;
     QString toJsonString() const;
 
-    friend bool operator==(const OrvoHash& a, const OrvoHash& b) { return a.m_hash == b.m_hash; }
+    friend bool operator==(const OrvoHash& a, const OrvoHash& b);
     friend bool operator!=(const OrvoHash& a, const OrvoHash& b) { return !(a == b); }
 
 protected:

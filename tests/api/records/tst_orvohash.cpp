@@ -17,6 +17,7 @@ private slots:
     void aStandardStreamGetsCompactJson();
     void debugGetsCompactJsonAndOneSpace();
     void debugKeepsItsSpacing();
+    void recordsCompareAsTheirHashesDo();
 };
 
 namespace {
@@ -77,6 +78,58 @@ void TestOrvoHash::debugKeepsItsSpacing()
         debug.nospace() << "a" << OrvoHash() << 1 << 2;
     }
     QCOMPARE(text, QStringLiteral("a{} 12"));
+}
+
+void TestOrvoHash::recordsCompareAsTheirHashesDo()
+{
+    const QVariantHash inner{{"a", 1}, {"b", QVariantHash{{"c", "text"}}}};
+    QVariantHash other = inner;
+    other["b"] = QVariantHash{{"c", "Text"}};
+    QVariantHash longer = inner;
+    longer["d"] = QVariant();
+    const QVariantList values{
+        QVariant(),
+        false,
+        true,
+        0,
+        1,
+        qlonglong(1),
+        qulonglong(1),
+        1.0,
+        1.5,
+        qQNaN(),
+        QVariant(QString()),
+        "",
+        "1",
+        "text",
+        "Text",
+        QChar('1'),
+        QByteArray("1"),
+        QVariantList{1},
+        QVariantList{qlonglong(1)},
+        QStringList{"1"},
+        QVariantHash(),
+        inner,
+        QVariantHash{{"b", inner["b"]}, {"a", 1}},
+        other,
+        longer,
+        QVariantHash{{"a", 1}, {"x", 2}},
+        QVariantMap{{"a", 1}},
+    };
+    int equal = 0;
+    for (const QVariant& a : values) {
+        for (const QVariant& b : values) {
+            const QVariantHash left{{"k", a}, {"l", 1}};
+            const QVariantHash right{{"k", b}, {"l", 1}};
+            QVERIFY2((OrvoHash(left) == OrvoHash(right)) == (left == right),
+                     record("a", a).toJson(false) + record("b", b).toJson(false));
+            QCOMPARE(OrvoHash(left) != OrvoHash(right), left != right);
+            equal += left == right;
+        }
+    }
+    QVERIFY(equal > values.size());
+    QVERIFY(OrvoHash(inner) != OrvoHash(longer));
+    QVERIFY(OrvoHash() == OrvoHash(QVariantHash()));
 }
 
 QTEST_APPLESS_MAIN(TestOrvoHash)

@@ -108,7 +108,7 @@ void CMBrowser::open(const CMVariantReply& reply)
 
 QPointer<CMRowsBrowser> CMBrowser::push(const CMPath& path)
 {
-    const QPointer<CMRowsBrowser> rows = m_rowsFactory->create();
+    QPointer<CMRowsBrowser> rows = m_rowsFactory->create();
     rows->setExpandAccept(true);
     rows->setParent(this);
     rows->setWorker(m_worker);

@@ -2,6 +2,7 @@
 
 #include "core/model/cmsubscribe.h"
 #include "core/orvoLog_p.h"
+#include "records/orvosame_p.h"
 
 #include <limits>
 
@@ -57,7 +58,7 @@ CMSubscribeValueChange::CMSubscribeValueChange(CMSubscribe* subscribe, const CMP
 bool CMSubscribeValueChange::addChange(const QVariant& value)
 {
     const QMutexLocker lock(&m_mutex);
-    if (value == m_value)
+    if (orvoSameValue(value, m_value))
         return false;
     m_value = value;
     return true;
