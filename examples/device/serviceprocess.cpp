@@ -7,27 +7,12 @@
 #include "core/model/cmrpcserver.h"
 #include "core/orvo.h"
 #include "core/orvoStacktrace.h"
+#include "orvoserviceprocess.h"
 #include "records/orvoconstants.h"
 
 #include <QCoreApplication>
-#include <QLocalSocket>
-
-#include <log4cplus/configurator.h>
 
 #include <iostream>
-
-namespace {
-
-constexpr int connectMs = 1000;
-
-bool isServed(const QString& prefix)
-{
-    QLocalSocket socket;
-    socket.connectToServer(CMRPCSocket::socketPathFromPrefix(prefix));
-    return socket.waitForConnected(connectMs);
-}
-
-} // namespace
 
 void prepareServiceProcess()
 {
@@ -35,13 +20,7 @@ void prepareServiceProcess()
     // Qt's own event loop is the faster one here.
     if (!qEnvironmentVariableIsSet("QT_NO_GLIB"))
         qputenv("QT_NO_GLIB", "1");
-    log4cplus::helpers::Properties properties;
-    properties.setProperty("log4cplus.rootLogger", "WARN, console");
-    properties.setProperty("log4cplus.appender.console", "log4cplus::ConsoleAppender");
-    properties.setProperty("log4cplus.appender.console.logToStdErr", "true");
-    properties.setProperty("log4cplus.appender.console.layout", "log4cplus::PatternLayout");
-    properties.setProperty("log4cplus.appender.console.layout.ConversionPattern", "%c: %p: %m%n");
-    log4cplus::PropertyConfigurator(properties).configure();
+    orvoLogToStderr();
     orvoRegisterMetaTypes();
 }
 
@@ -96,7 +75,7 @@ int ServiceProcess::exec()
     std::vector<std::unique_ptr<CMRPCServer>> servers;
     for (const auto& tree : m_trees) {
         const QString prefix = tree->prefixPath().prefix();
-        if (isServed(prefix)) {
+        if (orvoIsServed(prefix)) {
             std::cerr << m_name.toStdString() << ": another process serves the name '" << prefix.toStdString()
                       << "' already" << std::endl;
             return 1;

@@ -8,13 +8,13 @@
 #include "core/orvoLogger.h"
 #include "core/orvoStacktrace.h"
 #include "medialog.h"
+#include "orvoserviceprocess.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
-#include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
 
 #include <iostream>
@@ -29,23 +29,6 @@ int fail(Status status, const QString& text)
     return status;
 }
 
-void configureLogging(const QString& file)
-{
-    if (!file.isEmpty()) {
-        OrvoLogger::instance()->loadConfiguration(file);
-        return;
-    }
-    log4cplus::helpers::Properties properties;
-    properties.setProperty("log4cplus.rootLogger", "WARN, console");
-    properties.setProperty("log4cplus.logger.media", "INFO");
-    properties.setProperty("log4cplus.appender.console", "log4cplus::ConsoleAppender");
-    properties.setProperty("log4cplus.appender.console.logToStdErr", "true");
-    properties.setProperty("log4cplus.appender.console.ImmediateFlush", "true");
-    properties.setProperty("log4cplus.appender.console.layout", "log4cplus::PatternLayout");
-    properties.setProperty("log4cplus.appender.console.layout.ConversionPattern", "%c: %p: %m%n");
-    log4cplus::PropertyConfigurator(properties).configure();
-}
-
 /// Why the file can be no configuration; empty when it can be one, or be made.
 QString configProblem(bool isWanted, const QString& file)
 {
@@ -58,14 +41,6 @@ QString configProblem(bool isWanted, const QString& file)
     if (!folder.isDir() || !folder.isWritable())
         return QStringLiteral("cannot write to the folder of the configuration: ") + folder.filePath();
     return {};
-}
-
-/// The name becomes the prefix of paths and part of a file's name.
-bool isServiceName(const QString& name)
-{
-    return !name.isEmpty() && std::all_of(name.cbegin(), name.cend(), [](const QChar& c) {
-        return (c.unicode() < 128 && c.isLetterOrNumber()) || c == QLatin1Char('-') || c == QLatin1Char('_');
-    });
 }
 
 } // namespace
@@ -102,7 +77,7 @@ int main(int argc, char** argv)
     const QString name = parser.value(nameOption);
     const QFileInfo folder(parser.positionalArguments().first());
     const QString logConfig = parser.value(logOption);
-    if (!isServiceName(name))
+    if (!orvoIsServiceName(name))
         return fail(Usage, QStringLiteral("a name has letters, digits, '-' and '_' only: '%1'").arg(name));
     if (!folder.exists())
         return fail(Failed, QStringLiteral("no such folder: ") + folder.filePath());
@@ -113,12 +88,15 @@ int main(int argc, char** argv)
     const QString config = parser.value(configOption);
     if (const QString problem = configProblem(parser.isSet(configOption), config); !problem.isEmpty())
         return fail(Failed, problem);
-    if (MediaService::isServed(name))
+    if (orvoIsServed(name))
         return fail(Failed, QStringLiteral("another process serves the name '%1' already, at %2")
                                 .arg(name, CMRPCSocket::socketPathFromPrefix(name)));
 
     const log4cplus::Initializer initializer;
-    configureLogging(logConfig);
+    if (logConfig.isEmpty())
+        orvoLogToStderr(QStringLiteral("media"));
+    else
+        OrvoLogger::instance()->loadConfiguration(logConfig);
     orvoRegisterMetaTypes();
     const MediaService service(name, folder.canonicalFilePath(), config);
     LOG4CPLUS_INFO(mediaLog(), "serving " << folder.canonicalFilePath().toStdString() << " as " << name.toStdString());

@@ -14,14 +14,6 @@
 #include "core/orvo.h"
 #include "records/orvoconstants.h"
 
-#include <QLocalSocket>
-
-namespace {
-
-constexpr int connectMs = 1000;
-
-} // namespace
-
 MediaService::MediaService(const QString& name, const QString& folder, const QString& configFile)
     : m_worker({{OrvoWorkerArguments::Prefix(), CMPath::fromPrefix(name).toEncoded()},
                 {OrvoWorkerArguments::MergeEvents(), true}},
@@ -105,11 +97,4 @@ void MediaService::makeLists()
     for (const CMPath& path : {home->path(), m_library->path(), m_library->rescanPath(), m_search->path(),
                                m_settings->path(), m_config->path()})
         root->rowsAppend(path);
-}
-
-bool MediaService::isServed(const QString& name)
-{
-    QLocalSocket socket;
-    socket.connectToServer(CMRPCSocket::socketPathFromPrefix(name));
-    return socket.waitForConnected(connectMs);
 }

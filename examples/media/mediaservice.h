@@ -34,9 +34,6 @@ public:
     /// Waits for the file that is being read, and for the configuration that is being written.
     ~MediaService() override;
 
-    /// Whether a living process answers at the name's socket.
-    static bool isServed(const QString& name);
-
 private:
     void makeConfig(const QString& file);
     void makeLibrary();

@@ -8,4 +8,5 @@
 #include "cmroutingworker.h"
 #include "orvohttpgateway.h"
 #include "orvorowsmodel.h"
+#include "orvoserviceprocess.h"
 #include "orvovaluebinding.h"

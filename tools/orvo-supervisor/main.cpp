@@ -15,6 +15,7 @@
 #include "core/orvo.h"
 #include "core/orvoLogger.h"
 #include "core/orvoStacktrace.h"
+#include "orvoserviceprocess.h"
 #include "records/orvoconstants.h"
 
 #include <QCommandLineParser>
@@ -22,10 +23,8 @@
 #include <QDBusConnection>
 #include <QFile>
 #include <QFileInfo>
-#include <QLocalSocket>
 #include <QMap>
 
-#include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
 
 #include <algorithm>
@@ -38,44 +37,11 @@ enum Status { Failed = 1, Usage = 2 };
 
 /// Room for the largest of devices; whatever is larger is some other file.
 constexpr qint64 maxFileSize = 4 * 1024 * 1024;
-constexpr int connectMs = 1000;
 
 int fail(Status status, const QString& text)
 {
     std::cerr << "orvo-supervisor: " << text.toStdString() << std::endl;
     return status;
-}
-
-void configureLogging(const QString& file)
-{
-    if (!file.isEmpty()) {
-        OrvoLogger::instance()->loadConfiguration(file);
-        return;
-    }
-    log4cplus::helpers::Properties properties;
-    properties.setProperty("log4cplus.rootLogger", "WARN, console");
-    properties.setProperty("log4cplus.logger.supervisor", "INFO");
-    properties.setProperty("log4cplus.appender.console", "log4cplus::ConsoleAppender");
-    properties.setProperty("log4cplus.appender.console.logToStdErr", "true");
-    properties.setProperty("log4cplus.appender.console.ImmediateFlush", "true");
-    properties.setProperty("log4cplus.appender.console.layout", "log4cplus::PatternLayout");
-    properties.setProperty("log4cplus.appender.console.layout.ConversionPattern", "%c: %p: %m%n");
-    log4cplus::PropertyConfigurator(properties).configure();
-}
-
-/// The name becomes the prefix of paths and part of a file's name.
-bool isServiceName(const QString& name)
-{
-    return !name.isEmpty() && std::all_of(name.cbegin(), name.cend(), [](const QChar& c) {
-        return (c.unicode() < 128 && c.isLetterOrNumber()) || c == QLatin1Char('-') || c == QLatin1Char('_');
-    });
-}
-
-bool isServed(const QString& name)
-{
-    QLocalSocket socket;
-    socket.connectToServer(CMRPCSocket::socketPathFromPrefix(name));
-    return socket.waitForConnected(connectMs);
 }
 
 /// False, and all problems on stderr as FILE:LINE:COLUMN: TEXT, when the file is no configuration.
@@ -186,7 +152,7 @@ int main(int argc, char** argv)
         return fail(Usage, QStringLiteral("name one file; see orvo-supervisor --help"));
     const QString name = parser.value(nameOption);
     const QString logConfig = parser.value(logOption);
-    if (!isServiceName(name))
+    if (!orvoIsServiceName(name))
         return fail(Usage, QStringLiteral("a name has letters, digits, '-' and '_' only: '%1'").arg(name));
     if (parser.isSet(logOption) && !QFileInfo(logConfig).isReadable())
         return fail(Failed, QStringLiteral("cannot read the log configuration: ") + logConfig);
@@ -196,12 +162,15 @@ int main(int argc, char** argv)
         return Failed;
     if (parser.isSet(checkOption))
         return 0;
-    if (isServed(name))
+    if (orvoIsServed(name))
         return fail(Failed, QStringLiteral("another process serves the name '%1' already, at %2")
                                 .arg(name, CMRPCSocket::socketPathFromPrefix(name)));
 
     const log4cplus::Initializer initializer;
-    configureLogging(logConfig);
+    if (logConfig.isEmpty())
+        orvoLogToStderr(QStringLiteral("supervisor"));
+    else
+        OrvoLogger::instance()->loadConfiguration(logConfig);
     orvoStacktrace::install();
     orvoRegisterMetaTypes();
     return run(name, config);
