@@ -3,21 +3,12 @@
 # Everything lies in a folder of its own; ends with 1 when a step did not show what it should.
 set -uo pipefail
 
-if [ $# -lt 1 ] || [ $# -gt 2 ]; then
-    echo "usage: demo.sh BUILD_DIR [SOUND_FOLDER]" >&2
-    exit 2
-fi
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-bin=$(cd "$1" && pwd)/bin || exit 2
-sounds=${2:-/usr/share/sounds/freedesktop/stereo}
-for program in orvo-supervisor orvoctl orvo-sink media player settings streamer; do
-    if [ ! -x "$bin/$program" ]; then
-        echo "demo: $bin/$program is not built" >&2
-        exit 2
-    fi
-done
-# The file of the device names its programs alone.
-PATH=$bin:$PATH
+# The supervisor gives the services their time to end.
+patience=8
+# shellcheck source=examples/demofunctions.sh
+source "$here/../demofunctions.sh"
+need orvo-supervisor orvoctl orvo-sink media player settings streamer
 
 for name in supervisor settings network media player stream cast; do
     if orvoctl ping "$name" >/dev/null 2>&1; then
@@ -26,24 +17,11 @@ for name in supervisor settings network media player stream cast; do
     fi
 done
 
-failures=0
 supervisor_pid=
 watch_pid=
 work=$(mktemp -d)
 services="settings sink media player stream cast"
 
-# Stops what this script started, by its id; what does not heed the signal within 8 s is killed.
-stop() { # <pid>
-    local tries
-    [ -n "$1" ] || return 0
-    kill -TERM "$1" 2>/dev/null
-    for tries in $(seq 81); do
-        kill -0 "$1" 2>/dev/null || break
-        [ "$tries" -lt 81 ] || kill -KILL "$1"
-        sleep 0.1
-    done
-    wait "$1" 2>/dev/null
-}
 leave() {
     stop "$watch_pid"
     stop "$supervisor_pid"
@@ -52,22 +30,6 @@ leave() {
 trap leave EXIT
 trap 'exit 130' INT TERM
 
-title() { printf '\n== %s\n' "$*"; }
-problem() {
-    printf 'FAILED: %s\n' "$*"
-    failures=$((failures + 1))
-}
-# Runs, shows the output and looks for a text in it.
-expect() { # <text> <command...>
-    local text=$1 output status
-    shift
-    printf '$ %s\n' "$*"
-    output=$("$@" 2>&1)
-    status=$?
-    printf '%s\n' "$output"
-    [ $status -eq 0 ] || problem "it ended with $status"
-    grep -qF -- "$text" <<<"$output" || problem "nowhere: $text"
-}
 value() { orvoctl get "$1" value 2>/dev/null; }
 # Waits until the value at the path is the one, and shows it.
 becomes() { # <path> <value>
@@ -232,9 +194,5 @@ for name in supervisor settings network media player stream cast; do
     [ ! -e "/tmp/orvo-rpc-$name.socket" ] || problem "the socket of $name is still there"
 done
 
-if [ "$failures" -gt 0 ]; then
-    sed 's/^/log | /' "$work/log"
-    printf '\n%s steps failed\n' "$failures"
-    exit 1
-fi
-printf '\nAll steps showed what they should.\n'
+[ "$failures" -eq 0 ] || sed 's/^/log | /' "$work/log"
+conclude

@@ -3,37 +3,16 @@
 # Works on a copy of the files, in a folder of its own; ends with 1 when a step did not show what it should.
 set -uo pipefail
 
-if [ $# -lt 1 ] || [ $# -gt 2 ]; then
-    echo "usage: demo.sh BUILD_DIR [SOUND_FOLDER]" >&2
-    exit 2
-fi
-bin=$(cd "$1" && pwd)/bin || exit 2
-sounds=${2:-/usr/share/sounds/freedesktop/stereo}
-for program in media tagfile orvoctl; do
-    if [ ! -x "$bin/$program" ]; then
-        echo "demo: $bin/$program is not built" >&2
-        exit 2
-    fi
-done
+patience=5
+# shellcheck source=examples/demofunctions.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../demofunctions.sh"
+need media tagfile orvoctl
 
-failures=0
 media_pid=
 watch_pid=
 work=$(mktemp -d)
 music=$work/music
 
-# Stops what this script started, by its id; what does not heed the signal within 5 s is killed.
-stop() { # <pid> [signal]
-    local tries
-    [ -n "$1" ] || return 0
-    kill "-${2:-TERM}" "$1" 2>/dev/null
-    for tries in $(seq 51); do
-        kill -0 "$1" 2>/dev/null || break
-        [ "$tries" -lt 51 ] || kill -KILL "$1"
-        sleep 0.1
-    done
-    wait "$1" 2>/dev/null
-}
 leave() {
     stop "$watch_pid"
     stop "$media_pid"
@@ -42,25 +21,9 @@ leave() {
 trap leave EXIT
 trap 'exit 130' INT TERM
 
-title() { printf '\n== %s\n' "$*"; }
 run() {
     printf '$ %s\n' "$*"
-    "${@/#orvoctl/$bin/orvoctl}"
-}
-problem() {
-    printf 'FAILED: %s\n' "$*"
-    failures=$((failures + 1))
-}
-# Runs, shows the output and looks for a text in it.
-expect() { # <text> <command...>
-    local text=$1 output status
-    shift
-    printf '$ %s\n' "$*"
-    output=$("${@/#orvoctl/$bin/orvoctl}" 2>&1)
-    status=$?
-    printf '%s\n' "$output"
-    [ $status -eq 0 ] || problem "it ended with $status"
-    grep -qF -- "$text" <<<"$output" || problem "nowhere: $text"
+    "$@"
 }
 # Waits until a line of the watch matches; only lines behind the first $3 count.
 watched() { # <extended expression> <what> [lines to leave out]
@@ -79,7 +42,7 @@ watch_lines() { wc -l <"$work/watch"; }
 
 start_media() {
     printf '$ media --config config.json %s &\n' "$music"
-    "$bin/media" --config "$work/config.json" "$music" 2>>"$work/media.log" &
+    media --config "$work/config.json" "$music" 2>>"$work/media.log" &
     media_pid=$!
     if ! run orvoctl wait media:library --timeout 5000 || ! kill -0 "$media_pid" 2>/dev/null; then
         printf 'FAILED: the service did not come up\n'
@@ -88,7 +51,7 @@ start_media() {
     fi
 }
 tag() { # <file> <artist> <album> <track> <title> <year>
-    "$bin/tagfile" "$1" "ARTIST=$2" "ALBUM=$3" "TRACKNUMBER=$4" "TITLE=$5" "DATE=$6" || problem "tags of $1"
+    tagfile "$1" "ARTIST=$2" "ALBUM=$3" "TRACKNUMBER=$4" "TITLE=$5" "DATE=$6" || problem "tags of $1"
 }
 
 title "Sound files, copied from $sounds"
@@ -135,7 +98,7 @@ expect "Bell" orvoctl rows 'media:results?query=alerts calls' --role title --rol
 
 title "A watch, and a file that is copied into the folder"
 printf '$ orvoctl watch media:library --rows &\n'
-"$bin/orvoctl" watch media:library --rows >"$work/watch" 2>&1 &
+orvoctl watch media:library --rows >"$work/watch" 2>&1 &
 watch_pid=$!
 watched '[0-9]+ rows' 'the present rows'
 before=$(watch_lines)
@@ -156,7 +119,7 @@ watched '^-2$' 'the row going' "$before"
 
 title "A path that does not exist"
 printf '$ orvoctl get media:nothing\n'
-"$bin/orvoctl" get media:nothing 2>"$work/error"
+orvoctl get media:nothing 2>"$work/error"
 status=$?
 cat "$work/error"
 echo "exit status $status"
@@ -165,7 +128,7 @@ grep -q "does not exist" "$work/error" || problem "the error is not told"
 
 title "A name that is served already"
 printf '$ media %s\n' "$music"
-"$bin/media" "$music" && problem "a second service took the name"
+media "$music" && problem "a second service took the name"
 expect Media orvoctl get media: title
 
 title "The end"
@@ -178,8 +141,4 @@ echo "media ended with $status"
 media_pid=
 [ ! -e /tmp/orvo-rpc-media.socket ] || problem "its socket is still there"
 
-if [ "$failures" -gt 0 ]; then
-    printf '\n%s steps failed\n' "$failures"
-    exit 1
-fi
-printf '\nAll steps showed what they should.\n'
+conclude
