@@ -8,6 +8,8 @@
 
 #include <QRegularExpression>
 
+#include <memory>
+
 /// The player's part of the tree, in this process.
 class PlayerFixture
 {
@@ -77,3 +79,53 @@ inline bool isLoaded(const QObject* proxy)
             return false;
     return true;
 }
+
+/// A test of one proxy in front of the player.
+template <typename Proxy>
+class ProxyTest : public QObject
+{
+protected:
+    static constexpr int longTime = 3600000;
+
+    std::unique_ptr<PlayerFixture> m_player;
+    std::unique_ptr<Proxy> m_proxy;
+    /// What the proxy told.
+    QStringList m_said;
+
+    template <typename... Arguments>
+    void create(const QList<double>& volumeMap, const Arguments&... arguments)
+    {
+        m_proxy.reset();
+        m_player = std::make_unique<PlayerFixture>(volumeMap);
+        m_proxy = std::make_unique<Proxy>("svc", arguments...);
+        connect(m_proxy.get(), &Proxy::muteChanged, this,
+                [this](bool muted) { m_said.append(muted ? "mute" : "unmute"); });
+    }
+    void load()
+    {
+        QTRY_VERIFY(isLoaded(m_proxy.get()));
+        m_player->takeWrites();
+    }
+    void verifyTimers(int systemMs, int serviceMs) const
+    {
+        const auto synchronizers = m_proxy->template findChildren<ServiceValueSynchronizer*>();
+        QCOMPARE(synchronizers.size(), 2);
+        for (const auto* synchronizer : synchronizers) {
+            const SynchronizerTimers timers(synchronizer);
+            QCOMPARE(timers.system->interval(), systemMs);
+            QCOMPARE(timers.service->interval(), serviceMs);
+        }
+    }
+    QStringList take()
+    {
+        QStringList taken;
+        taken.swap(m_said);
+        return taken;
+    }
+    void clear()
+    {
+        m_proxy.reset();
+        m_player.reset();
+        m_said.clear();
+    }
+};

@@ -9,47 +9,21 @@
 
 #include <memory>
 
-namespace {
-
-const int longTime = 3600000;
-
-} // namespace
-
-class tst_SystemAttenuationProxy : public QObject
+class tst_SystemAttenuationProxy : public ProxyTest<SystemAttenuationProxy>
 {
     Q_OBJECT
 
 private:
-    std::unique_ptr<PlayerFixture> m_player;
-    std::unique_ptr<SystemAttenuationProxy> m_proxy;
-    QStringList m_said;
-
     void makeProxy(const QList<double>& map, int ignoreMs = longTime, bool noTimer = false)
     {
-        m_proxy.reset();
-        m_player = std::make_unique<PlayerFixture>(map);
-        m_proxy = std::make_unique<SystemAttenuationProxy>("svc", ignoreMs, noTimer);
+        create(map, ignoreMs, noTimer);
         connect(m_proxy.get(), &SystemAttenuationProxy::attenuationChanged, this,
                 [this](double value) { m_said.append(QString("attenuation %1").arg(value)); });
-        connect(m_proxy.get(), &SystemAttenuationProxy::muteChanged, this,
-                [this](bool muted) { m_said.append(muted ? "mute" : "unmute"); });
-        QTRY_VERIFY(isLoaded(m_proxy.get()));
-        m_player->takeWrites();
-    }
-    QStringList take()
-    {
-        QStringList taken;
-        taken.swap(m_said);
-        return taken;
+        load();
     }
 
 private slots:
-    void cleanup()
-    {
-        m_proxy.reset();
-        m_player.reset();
-        m_said.clear();
-    }
+    void cleanup() { clear(); }
 
     void itTellsItsTimers_data()
     {
@@ -65,13 +39,7 @@ private slots:
         const LogCapture log("SystemVolumeProxy");
         makeProxy({-60, -30, 0}, 1234, noTimer);
         QTEST(log.lines().value(0), "line");
-        const auto synchronizers = m_proxy->findChildren<ServiceValueSynchronizer*>();
-        QCOMPARE(synchronizers.size(), 2);
-        for (const auto* synchronizer : synchronizers) {
-            const SynchronizerTimers timers(synchronizer);
-            QCOMPARE(timers.system->interval(), noTimer ? 0 : 1234);
-            QCOMPARE(timers.service->interval(), 1234);
-        }
+        verifyTimers(noTimer ? 0 : 1234, 1234);
         const int before = log.lines().size();
         m_proxy->setAttenuation(-30);
         QVERIFY(log.lines().size() > before);

@@ -13,8 +13,6 @@
 
 namespace {
 
-const int longTime = 3600000;
-
 QList<double> mapOf(int entries)
 {
     QList<double> map;
@@ -25,41 +23,21 @@ QList<double> mapOf(int entries)
 
 } // namespace
 
-class tst_SystemVolumeProxy : public QObject
+class tst_SystemVolumeProxy : public ProxyTest<SystemVolumeProxy>
 {
     Q_OBJECT
 
 private:
-    std::unique_ptr<PlayerFixture> m_player;
-    std::unique_ptr<SystemVolumeProxy> m_proxy;
-    QStringList m_said;
-
     void makeProxy(int mapEntries, int maxServiceVolume, int ignoreMs = longTime, bool noTimer = false)
     {
-        m_proxy.reset();
-        m_player = std::make_unique<PlayerFixture>(mapOf(mapEntries));
-        m_proxy = std::make_unique<SystemVolumeProxy>("svc", maxServiceVolume, ignoreMs, noTimer);
+        create(mapOf(mapEntries), maxServiceVolume, ignoreMs, noTimer);
         connect(m_proxy.get(), &SystemVolumeProxy::volumeChanged, this,
                 [this](int volume) { m_said.append(QString("volume %1").arg(volume)); });
-        connect(m_proxy.get(), &SystemVolumeProxy::muteChanged, this,
-                [this](bool muted) { m_said.append(muted ? "mute" : "unmute"); });
-        QTRY_VERIFY(isLoaded(m_proxy.get()));
-        m_player->takeWrites();
-    }
-    QStringList take()
-    {
-        QStringList taken;
-        taken.swap(m_said);
-        return taken;
+        load();
     }
 
 private slots:
-    void cleanup()
-    {
-        m_proxy.reset();
-        m_player.reset();
-        m_said.clear();
-    }
+    void cleanup() { clear(); }
 
     void itTellsItsScaleAndItsTimers_data()
     {
@@ -75,13 +53,7 @@ private slots:
         const LogCapture log("SystemVolumeProxy", log4cplus::DEBUG_LOG_LEVEL);
         makeProxy(51, 100, 1234, noTimer);
         QTEST(log.lines().value(0), "line");
-        const auto synchronizers = m_proxy->findChildren<ServiceValueSynchronizer*>();
-        QCOMPARE(synchronizers.size(), 2);
-        for (const auto* synchronizer : synchronizers) {
-            const SynchronizerTimers timers(synchronizer);
-            QCOMPARE(timers.system->interval(), noTimer ? 0 : 1234);
-            QCOMPARE(timers.service->interval(), 1234);
-        }
+        verifyTimers(noTimer ? 0 : 1234, 1234);
     }
 
     void theMapTellsTheDevicesScale()
