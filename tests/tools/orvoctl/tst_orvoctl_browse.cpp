@@ -1,11 +1,8 @@
-#include "ctlrun.h"
+#include "ctlservicetest.h"
 #include "records/orvoconstants.h"
 #include "support/pseudoterminal.h"
 
 #include <QFile>
-#include <QTest>
-
-#include <unistd.h>
 
 namespace {
 
@@ -20,29 +17,14 @@ const QByteArray backspace = "\177";
 
 } // namespace
 
-class tst_orvoctl_browse : public QObject
+class tst_orvoctl_browse : public CtlServiceTest
 {
     Q_OBJECT
 
-private:
-    const QString m_name = QStringLiteral("browsetest%1x").arg(getpid());
-    std::unique_ptr<QProcess> m_service;
+public:
+    tst_orvoctl_browse() : CtlServiceTest("browsetest") {}
 
-    QString named(const QString& place) const { return m_name + QLatin1Char(':') + place; }
-    void startService()
-    {
-        m_service = startCtlService(m_name);
-        QVERIFY(m_service);
-    }
-    void killService()
-    {
-        if (m_service) {
-            m_service->kill();
-            m_service->waitForFinished(longEnoughMs);
-        }
-        m_service.reset();
-    }
-    void edit(const QString& json) { QCOMPARE(orvoctl({"invoke", named("edit"), json}).status, 0); }
+private:
     void browse(PseudoTerminal& terminal, const QString& place, const QStringList& options = {}) const
     {
         terminal.start(ORVO_TEST_ORVOCTL, QStringList{"browse", named(place)} + options);

@@ -1,34 +1,16 @@
-#include "ctlrun.h"
+#include "ctlservicetest.h"
 #include "records/orvoconstants.h"
 
 #include <QFile>
-#include <QTest>
 
-#include <unistd.h>
-
-class tst_orvoctl_mirror : public QObject
+class tst_orvoctl_mirror : public CtlServiceTest
 {
     Q_OBJECT
 
-private:
-    const QString m_name = QStringLiteral("mirrortest%1x").arg(getpid());
-    std::unique_ptr<QProcess> m_service;
+public:
+    tst_orvoctl_mirror() : CtlServiceTest("mirrortest") {}
 
-    QString named(const QString& place) const { return m_name + QLatin1Char(':') + place; }
-    void startService()
-    {
-        m_service = startCtlService(m_name);
-        QVERIFY(m_service);
-    }
-    void killService()
-    {
-        if (m_service) {
-            m_service->kill();
-            m_service->waitForFinished(longEnoughMs);
-        }
-        m_service.reset();
-    }
-    void edit(const QString& json) { QCOMPARE(orvoctl({"invoke", named("edit"), json}).status, 0); }
+private:
     QStringList words(const QStringList& options = {}) const
     {
         return QStringList{"mirror", named("numbers")} + options;
