@@ -42,6 +42,24 @@ inline void leaveNoCore()
 /// Calls that must stop the process, by the names under which a test's child is told to make one: `--fatal NAME`.
 using FatalCalls = QMap<QString, std::function<void()>>;
 
+/// The data of a test of all the calls: for each the text that it leaves.
+inline void addFatalCalls(const FatalCalls& calls, const QMap<QString, QByteArray>& texts)
+{
+    QTest::addColumn<QByteArray>("text");
+    for (auto it = calls.cbegin(); it != calls.cend(); ++it)
+        QTest::newRow(qPrintable(it.key())) << texts.value(it.key());
+}
+
+/// The test with that data.
+inline void verifyFatalCall()
+{
+    QFETCH(QByteArray, text);
+    const ChildEnd end = runThisProgram({"--fatal", QTest::currentDataTag()});
+    QVERIFY(end.stopped);
+    QVERIFY(!text.isEmpty());
+    QVERIFY2(end.errors.contains(text), end.errors.constData());
+}
+
 /// The main() of a test program that is its own child.
 template <typename Test>
 int runTestOrFatalCall(int argc, char** argv, const FatalCalls& calls)

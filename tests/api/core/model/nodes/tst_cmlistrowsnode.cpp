@@ -1076,21 +1076,8 @@ private slots:
 
     // Misuse
 
-    void aMisuseStopsTheProcess_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        for (auto it = fatalCalls().cbegin(); it != fatalCalls().cend(); ++it)
-            QTest::newRow(qPrintable(it.key())) << fatalTexts.value(it.key());
-    }
-
-    void aMisuseStopsTheProcess()
-    {
-        QFETCH(QByteArray, text);
-        const ChildEnd end = runThisProgram({"--fatal", QTest::currentDataTag()});
-        QVERIFY(end.stopped);
-        QVERIFY(!text.isEmpty());
-        QVERIFY2(end.errors.contains(text), end.errors.constData());
-    }
+    void aMisuseStopsTheProcess_data() { addFatalCalls(fatalCalls(), fatalTexts); }
+    void aMisuseStopsTheProcess() { verifyFatalCall(); }
 };
 
 int main(int argc, char** argv)
