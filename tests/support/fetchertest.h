@@ -1,16 +1,9 @@
 #pragma once
 
-#include "core/model/cmmetatypes.h"
 #include "core/model/cmroles.h"
-#include "core/model/cmroot.h"
 #include "core/model/cmrowsfetcher.h"
 #include "core/model/cmsubscribe.h"
-#include "support/linkfixture.h"
-
-inline CMPath path(const QString& text)
-{
-    return CMPath::fromEncoded(text);
-}
+#include "support/scriptedtest.h"
 
 inline QVariantList rowValues(const QString& id)
 {
@@ -89,13 +82,9 @@ private:
     }
 };
 
-/// A test of a fetcher whose service is the test itself.
-class FetcherTest : public QObject
+class FetcherTest : public ScriptedTest
 {
-    Q_OBJECT
-
 protected:
-    ScriptedWorker* m_worker = nullptr;
     using Range = CMRowsFetcherRows::RequestReply;
 
     CMGetRowsRequest request(int index) const { return request_cast<CMGetRowsRequest>(m_worker->requests.at(index)); }
@@ -126,18 +115,4 @@ protected:
     }
     /// Longer than the delay of a trigger.
     static void turn() { QTest::qWait(60); }
-
-private slots:
-    void initTestCase()
-    {
-        orvoRegisterMetaTypes();
-        m_worker = new ScriptedWorker;
-        CMRoot_setInstance(m_worker);
-    }
-    void cleanupTestCase() { delete m_worker; }
-    void cleanup()
-    {
-        m_worker->clear();
-        deleteWaiting();
-    }
 };

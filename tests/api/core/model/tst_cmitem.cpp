@@ -1,21 +1,19 @@
 #include "core/model/cmitem.h"
 
-#include "core/model/cmmetatypes.h"
 #include "core/model/cmroles.h"
-#include "core/model/cmroot.h"
 #include "core/model/cmsubscribe.h"
 #include "logcapture.h"
-#include "support/linkfixture.h"
+#include "support/scriptedtest.h"
 
 #include <QPointer>
 #include <QSignalSpy>
 
 /// What an item tells, in order.
-class Ear : public QObject
+class ItemEar : public QObject
 {
     Q_OBJECT
 public:
-    explicit Ear(CMItem* item)
+    explicit ItemEar(CMItem* item)
     {
         connect(item, SIGNAL(changed(OrvoRoles,OrvoRoles)), SLOT(onChanged(OrvoRoles,OrvoRoles)));
         connect(item, &CMItem::loadingChanged, this,
@@ -35,14 +33,11 @@ public slots:
     void hear(OrvoRoles roles) { ids.append(roles.id()); }
 };
 
-class tst_CMItem : public QObject
+class tst_CMItem : public ScriptedTest
 {
     Q_OBJECT
 
 private:
-    ScriptedWorker* m_worker = nullptr;
-
-    static CMPath path(const QString& text) { return CMPath::fromEncoded(text); }
     CMReply<QVariantList> reply(int index) const
     {
         return request_cast<CMGetDataRequest>(m_worker->requests.at(index)).reply();
@@ -64,19 +59,6 @@ private:
     }
 
 private slots:
-    void initTestCase()
-    {
-        orvoRegisterMetaTypes();
-        m_worker = new ScriptedWorker;
-        CMRoot_setInstance(m_worker);
-    }
-    void cleanupTestCase() { delete m_worker; }
-    void cleanup()
-    {
-        m_worker->clear();
-        deleteWaiting();
-    }
-
     void withoutAPathItIsLoadingAndAsksNothing()
     {
         CMItem item;
@@ -99,7 +81,7 @@ private slots:
     {
         Receiver receiver;
         CMItem item(nullptr, path("p:a"), &receiver, SLOT(hear(OrvoRoles)));
-        Ear ear(&item);
+        ItemEar ear(&item);
         QTRY_COMPARE(m_worker->requests.size(), 1);
         reply(0).setValue(values("x"));
         QCOMPARE(item.roles().id(), QString());
@@ -112,7 +94,7 @@ private slots:
     void aNodeWithoutRolesStaysLoading()
     {
         CMItem item(nullptr, path("p:a"));
-        Ear ear(&item);
+        ItemEar ear(&item);
         QTRY_COMPARE(m_worker->requests.size(), 1);
         reply(0).setValue(values(""));
         turn();
@@ -161,7 +143,7 @@ private slots:
         QTRY_COMPARE(m_worker->requests.size(), 1);
         reply(0).setValue(values("x"));
         QTRY_VERIFY(!item.isLoading());
-        Ear ear(&item);
+        ItemEar ear(&item);
         m_worker->subscribe()->dataChanged(path("p:fail"));
         QTRY_COMPARE(m_worker->requests.size(), 2);
         reply(1).setError(CMError("gone", "", ""));
@@ -188,7 +170,7 @@ private slots:
     void theSamePathAgainDoesNothing()
     {
         CMItem item(nullptr, path("p:a"));
-        Ear ear(&item);
+        ItemEar ear(&item);
         QTRY_COMPARE(m_worker->requests.size(), 1);
         QCOMPARE(item.setPath(path("p:a")), &item);
         turn();
@@ -205,7 +187,7 @@ private slots:
         QTRY_VERIFY(!item.isLoading());
         m_worker->subscribe()->dataChanged(path("p:old"));
         QTRY_COMPARE(m_worker->requests.size(), 2);
-        Ear ear(&item);
+        ItemEar ear(&item);
         item.setPath(path("p:new"));
         QCOMPARE(reply(1).error().name(), CMVoidReply::ErrorCancel());
         QCOMPARE(ear.said, (QStringList{" <- x", "loading"}));
@@ -221,7 +203,7 @@ private slots:
         QTRY_COMPARE(m_worker->requests.size(), 1);
         reply(0).setValue(values("x"));
         QTRY_VERIFY(!item.isLoading());
-        Ear ear(&item);
+        ItemEar ear(&item);
         item.setPath(CMPath());
         QCOMPARE(ear.said, (QStringList{" <- x", "loading"}));
         turn();
@@ -252,7 +234,7 @@ private slots:
     void storedRolesAreToldWhenTheyDiffer()
     {
         CMItem item;
-        Ear ear(&item);
+        ItemEar ear(&item);
         item.setRoles(OrvoRoles().setId("x"));
         item.setRoles(OrvoRoles().setId("x"));
         item.setRoles(OrvoRoles().setId("y"));

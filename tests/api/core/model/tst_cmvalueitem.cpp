@@ -1,10 +1,8 @@
 #include "core/model/cmvalueitem.h"
 
-#include "core/model/cmmetatypes.h"
-#include "core/model/cmroot.h"
 #include "core/model/cmsubscribe.h"
 #include "logcapture.h"
-#include "support/linkfixture.h"
+#include "support/scriptedtest.h"
 
 #include <QPointer>
 #include <QSignalSpy>
@@ -21,11 +19,11 @@ OrvoValue number(int value)
 } // namespace
 
 /// What an item tells, in order.
-class Ear : public QObject
+class ItemEar : public QObject
 {
     Q_OBJECT
 public:
-    explicit Ear(CMValueItem* item) : m_item(item)
+    explicit ItemEar(CMValueItem* item) : m_item(item)
     {
         connect(item, SIGNAL(changed(OrvoValue,OrvoValue)), SLOT(onChanged(OrvoValue,OrvoValue)));
         connect(item, &CMValueItem::loadingChanged, this,
@@ -51,13 +49,11 @@ public slots:
     void hear(OrvoValue value) { values.append(value.i32_()); }
 };
 
-class tst_CMValueItem : public QObject
+class tst_CMValueItem : public ScriptedTest
 {
     Q_OBJECT
 
 private:
-    ScriptedWorker* m_worker = nullptr;
-
     CMReply<QVariantList> reply(int index) const
     {
         return request_cast<CMGetDataRequest>(m_worker->requests.at(index)).reply();
@@ -67,22 +63,8 @@ private:
     {
         m_worker->subscribe()->valueChanged(path, value.__variant());
     }
-    static CMPath path(const QString& text) { return CMPath::fromEncoded(text); }
 
 private slots:
-    void initTestCase()
-    {
-        orvoRegisterMetaTypes();
-        m_worker = new ScriptedWorker;
-        CMRoot_setInstance(m_worker);
-    }
-    void cleanupTestCase() { delete m_worker; }
-    void cleanup()
-    {
-        m_worker->clear();
-        deleteWaiting();
-    }
-
     void withoutAPathItFollowsNothing()
     {
         CMValueItem item;
@@ -109,7 +91,7 @@ private slots:
     void theFirstValueEndsTheLoading()
     {
         CMValueItem item(nullptr, path("p:a"));
-        Ear ear(&item);
+        ItemEar ear(&item);
         reply(0).setValue({number(5).__variant()});
         QCOMPARE(item.value().i32_(), 0);
         QTRY_COMPARE(ear.said, (QStringList{"5 <- 0 1", "loaded"}));
@@ -137,7 +119,7 @@ private slots:
     void anEmptyFirstValueEndsTheLoadingWithAChange()
     {
         CMValueItem item(nullptr, path("p:a"));
-        Ear ear(&item);
+        ItemEar ear(&item);
         reply(0).setValue({QVariant()});
         QTRY_COMPARE(ear.said, (QStringList{"0 <- 0 1", "loaded"}));
     }
@@ -178,7 +160,7 @@ private slots:
         CMValueItem item(nullptr, path("p:old"));
         reply(0).setValue({number(1).__variant()});
         QTRY_VERIFY(!item.isLoading());
-        Ear ear(&item);
+        ItemEar ear(&item);
         QCOMPARE(item.setPath(path("p:new")), &item);
         QCOMPARE(ear.said, (QStringList{"0 <- 1 0", "loading"}));
         QVERIFY(!m_worker->subscribe()->valuePath(path("p:old")));
@@ -193,7 +175,7 @@ private slots:
     void theSamePathAgainDoesNothing()
     {
         CMValueItem item(nullptr, path("p:a"));
-        Ear ear(&item);
+        ItemEar ear(&item);
         item.setPath(path("p:a"));
         QCOMPARE(m_worker->requests.size(), 1);
         QCOMPARE(ear.said, QStringList());
@@ -204,7 +186,7 @@ private slots:
     {
         CMValueItem item;
         item.setValue(number(3), false);
-        Ear ear(&item);
+        ItemEar ear(&item);
         item.setValue(number(3), true);
         QCOMPARE(ear.said, (QStringList{"3 <- 3 0", "loading"}));
         item.setValue(number(3), true);
@@ -216,7 +198,7 @@ private slots:
     {
         LogCapture log("CMValueItem", log4cplus::DEBUG_LOG_LEVEL);
         CMValueItem item(nullptr, path("p:a"));
-        Ear ear(&item);
+        ItemEar ear(&item);
         for (int tries = 1; tries <= 3; ++tries) {
             lastReply().setError(CMError("gone", "", ""));
             QTRY_COMPARE(m_worker->requests.size(), tries + 1);
