@@ -106,25 +106,14 @@ bool CMLinkNode::getDataRequest(const CMGetDataRequest& request)
 
 bool CMLinkNode::getRowsRequest(const CMGetRowsRequest& request)
 {
-    auto* data = new CMGetRowsRequest::Data;
-    data->path = target(request.path());
-    data->fromRow = request.fromRow();
-    data->toRow = request.toRow();
-    data->rowsVersion = request.rowsVersion();
-    data->roles = request.roles();
-    data->m_reply = request.reply();
-    CMRoot()->getRowsRequest(CMGetRowsRequest(data));
+    CMRoot()->getRows(target(request.path()), request.fromRow(), request.toRow(), request.rowsVersion(),
+                      request.roles(), request.reply());
     return true;
 }
 
 bool CMLinkNode::setDataRequest(const CMSetDataRequest& request)
 {
-    auto* data = new CMSetDataRequest::Data;
-    data->path = target(request.path());
-    data->role = request.role();
-    data->value = request.value();
-    data->m_reply = request.reply();
-    CMRoot()->setDataRequest(CMSetDataRequest(data));
+    CMRoot()->setData(target(request.path()), request.role(), request.value(), request.reply());
     return true;
 }
 

@@ -34,14 +34,8 @@ bool CMLinkRowsNode::getRowsRequest(const CMGetRowsRequest& request)
         request.reply().setValue(OrvoRowsRoles().setRoles(getDataRoles(Params())));
         return true;
     }
-    auto* data = new CMGetRowsRequest::Data;
-    data->path = m_linkPath;
-    data->fromRow = request.fromRow();
-    data->toRow = request.toRow();
-    data->rowsVersion = request.rowsVersion();
-    data->roles = request.roles();
-    data->m_reply = request.reply();
-    CMRoot()->getRowsRequest(CMGetRowsRequest(data));
+    CMRoot()->getRows(m_linkPath, request.fromRow(), request.toRow(), request.rowsVersion(), request.roles(),
+                      request.reply());
     return true;
 }
 
