@@ -1,17 +1,8 @@
 #pragma once
 
-#include "core/model/cmroles.h"
 #include "core/model/cmrowsfetcher.h"
 #include "core/model/cmsubscribe.h"
 #include "support/scriptedtest.h"
-
-inline QVariantList rowValues(const QString& id)
-{
-    QVariantList values;
-    for (const QString& role : CMAllRoles())
-        values.append(role == OrvoRoles::Id() ? QVariant(id) : QVariant());
-    return values;
-}
 
 /// Rows of a list of `count` rows whose ids are their numbers.
 inline OrvoRowsRoles rows(int from, int to, int count, int version)

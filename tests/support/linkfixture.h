@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/model/cmrequest.h"
+#include "core/model/cmroles.h"
 #include "core/model/cmrpccommon.h"
 #include "core/model/cmworker.h"
 
@@ -162,6 +163,15 @@ public:
 private:
     QLocalServer m_server;
 };
+
+/// The values of a node or row that has only an id, as all roles of it are read.
+inline QVariantList rowValues(const QString& id)
+{
+    QVariantList values;
+    for (const QString& role : CMAllRoles())
+        values.append(role == OrvoRoles::Id() ? QVariant(id) : QVariant());
+    return values;
+}
 
 /// A worker that keeps the requests it gets until the test finishes them. In one thread.
 class ScriptedWorker : public CMWorker

@@ -1,21 +1,11 @@
 #pragma once
 
 #include "core/model/cmmetatypes.h"
-#include "core/model/cmroles.h"
 #include "core/model/cmrowsbrowser.h"
 #include "linkfixture.h"
 
 #include <QPointer>
 #include <QTimer>
-
-/// The values of a row that has only an id, as all roles of it are read.
-inline QVariantList rowValues(const QString& id)
-{
-    QVariantList values;
-    for (const QString& role : CMAllRoles())
-        values.append(role == OrvoRoles::Id() ? QVariant(id) : QVariant());
-    return values;
-}
 
 /// A list whose answers and changes the test decides, and a browser on it.
 class ScriptedRows

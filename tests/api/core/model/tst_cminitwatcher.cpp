@@ -2,7 +2,6 @@
 
 #include "cmremoteworker.h"
 #include "core/model/cmitem.h"
-#include "core/model/cmroles.h"
 #include "core/model/cmsubscribe.h"
 #include "core/model/cmvalueitem.h"
 #include "logcapture.h"
@@ -62,13 +61,7 @@ private:
         });
         return came ? found.reply() : CMReply<QVariantList>();
     }
-    void answerRoles(const QString& text, const QString& id)
-    {
-        QVariantList values;
-        for (const QString& role : CMAllRoles())
-            values.append(role == OrvoRoles::Id() ? QVariant(id) : QVariant());
-        open(text).setValue(values);
-    }
+    void answerRoles(const QString& text, const QString& id) { open(text).setValue(rowValues(id)); }
     void answerValue(const QString& text, int value) { open(text).setValue({number(value).__variant()}); }
     void push(const QString& text, int value)
     {

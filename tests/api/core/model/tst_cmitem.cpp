@@ -1,6 +1,5 @@
 #include "core/model/cmitem.h"
 
-#include "core/model/cmroles.h"
 #include "core/model/cmsubscribe.h"
 #include "logcapture.h"
 #include "support/scriptedtest.h"
@@ -42,14 +41,6 @@ private:
     {
         return request_cast<CMGetDataRequest>(m_worker->requests.at(index)).reply();
     }
-    /// The values of a node that has only an id.
-    static QVariantList values(const QString& id)
-    {
-        QVariantList list;
-        for (const QString& role : CMAllRoles())
-            list.append(role == OrvoRoles::Id() ? QVariant(id) : QVariant());
-        return list;
-    }
     /// Several turns of the event loop, in which nothing more may come.
     static void turn()
     {
@@ -83,7 +74,7 @@ private slots:
         CMItem item(nullptr, path("p:a"), &receiver, SLOT(hear(OrvoRoles)));
         ItemEar ear(&item);
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QCOMPARE(item.roles().id(), QString());
         QTRY_COMPARE(ear.said, (QStringList{"x <- ", "loaded"}));
         QCOMPARE(receiver.ids, QStringList("x"));
@@ -96,7 +87,7 @@ private slots:
         CMItem item(nullptr, path("p:a"));
         ItemEar ear(&item);
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values(""));
+        reply(0).setValue(rowValues(""));
         turn();
         QVERIFY(item.isLoading());
         QCOMPARE(ear.said, QStringList());
@@ -106,12 +97,12 @@ private slots:
     {
         CMItem item(nullptr, path("p:ten"));
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QTRY_VERIFY(!item.isLoading());
         for (int i = 0; i < 10; ++i)
             QVERIFY(QMetaObject::invokeMethod(&item, "on_dataChanged", Q_ARG(CMPath, path("p:ten"))));
         QTRY_COMPARE(m_worker->requests.size(), 2);
-        reply(1).setValue(values("y"));
+        reply(1).setValue(rowValues("y"));
         QTRY_COMPARE(item.roles().id(), QString("y"));
         turn();
         QCOMPARE(m_worker->requests.size(), 2);
@@ -128,9 +119,9 @@ private slots:
         }
         QVERIFY(log.lines().contains("TRACE [p:during] m_request active"));
         QCOMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QTRY_COMPARE(m_worker->requests.size(), 2);
-        reply(1).setValue(values("y"));
+        reply(1).setValue(rowValues("y"));
         QTRY_COMPARE(item.roles().id(), QString("y"));
         turn();
         QCOMPARE(m_worker->requests.size(), 2);
@@ -141,7 +132,7 @@ private slots:
         LogCapture log("CMItem", log4cplus::DEBUG_LOG_LEVEL);
         CMItem item(nullptr, path("p:fail"));
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QTRY_VERIFY(!item.isLoading());
         ItemEar ear(&item);
         m_worker->subscribe()->dataChanged(path("p:fail"));
@@ -160,7 +151,7 @@ private slots:
     {
         CMItem item(nullptr, path("p:a"));
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QTRY_VERIFY(!item.isLoading());
         QVERIFY(QMetaObject::invokeMethod(&item, "on_dataChanged", Q_ARG(CMPath, path("p:b"))));
         turn();
@@ -183,7 +174,7 @@ private slots:
     {
         CMItem item(nullptr, path("p:old"));
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QTRY_VERIFY(!item.isLoading());
         m_worker->subscribe()->dataChanged(path("p:old"));
         QTRY_COMPARE(m_worker->requests.size(), 2);
@@ -201,7 +192,7 @@ private slots:
     {
         CMItem item(nullptr, path("p:a"));
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QTRY_VERIFY(!item.isLoading());
         ItemEar ear(&item);
         item.setPath(CMPath());
@@ -215,7 +206,7 @@ private slots:
         LogCapture log("CMItem", log4cplus::WARN_LOG_LEVEL);
         CMItem item(nullptr, path("p:a"));
         const CMReply<QVariantList> other;
-        other.setValue(values("z"));
+        other.setValue(rowValues("z"));
         QVERIFY(QMetaObject::invokeMethod(&item, "on_getData_finished", Q_ARG(CMVoidReply, other)));
         QCOMPARE(item.roles().id(), QString("z"));
         QCOMPARE(log.lines(), QStringList("WARN [p:a] Non matching reply"));
@@ -258,7 +249,7 @@ private slots:
         else
             connect(item, &CMItem::changed, this, [&] { delete item.data(); });
         QTRY_COMPARE(m_worker->requests.size(), 1);
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         QTRY_VERIFY(!item);
     }
 
@@ -268,7 +259,7 @@ private slots:
             CMItem item(nullptr, path("p:a"));
             QTRY_COMPARE(m_worker->requests.size(), 1);
         }
-        reply(0).setValue(values("x"));
+        reply(0).setValue(rowValues("x"));
         deleteWaiting();
     }
 };
