@@ -32,7 +32,7 @@ CMRowsBrowser::RowsCount CMRowsBrowser::size() const
 OrvoRoles CMRowsBrowser::item(int row) const
 {
     if (m_expandAccept && row >= m_rowsCount && (isEndKnown() || row > m_currentRow + m_radius)) {
-        const OrvoRoles accept = m_rowsRoles.roles().accept();
+        OrvoRoles accept = m_rowsRoles.roles().accept();
         LOG4CPLUS_TRACE(logger(), "Returning accept roles: " << accept);
         return accept;
     }
