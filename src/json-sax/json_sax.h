@@ -12,6 +12,8 @@
  * The fields of the state structures are for the library alone.
  */
 
+/* NOLINTBEGIN(modernize-*): for C, too */
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -160,5 +162,7 @@ int json_print_free(json_printer* printer);
 #ifdef __cplusplus
 }
 #endif
+
+/* NOLINTEND(modernize-*) */
 
 #endif

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <stdint.h>
-
+#include <cstdint>
 #include <cstring>
 
 // What those who read and write JSON know about the inside of a string.

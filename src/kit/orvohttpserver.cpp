@@ -280,7 +280,7 @@ QString OrvoHttpServer::listen(const QHostAddress& address, quint16 port)
             &Callbacks::connection, this, MHD_OPTION_CONNECTION_LIMIT, connectionLimit, MHD_OPTION_CONNECTION_TIMEOUT,
             unsigned(m_idleTimeout), MHD_OPTION_CONNECTION_MEMORY_LIMIT, connectionMemory, MHD_OPTION_END);
     if (!m_daemon) {
-        const QString reason = systemError("Cannot start the HTTP server");
+        QString reason = systemError("Cannot start the HTTP server");
         close(fd);
         if (m_hangUps >= 0)
             close(m_hangUps);

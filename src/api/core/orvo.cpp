@@ -136,7 +136,9 @@ double orvoScaleVolume(double sourceVolume, double sourceMaxVolume, double desti
 
 int orvoScaleVolume(double sourceVolume, double sourceMaxVolume, int destinationMaxVolume)
 {
-    return int(orvoScaleVolume(sourceVolume, sourceMaxVolume, double(destinationMaxVolume)) + 0.5);
+    const double scaled = orvoScaleVolume(sourceVolume, sourceMaxVolume, double(destinationMaxVolume));
+    // No volume is negative.
+    return int(scaled + 0.5); // NOLINT(bugprone-incorrect-roundings)
 }
 
 void orvoReportUserActivity()

@@ -61,7 +61,7 @@ QString TemporaryDataStorage::store(const QString& name, const char* data, int s
         }
     }
     FileInfo info = create(name, extension, hash);
-    const QString url = info.url();
+    QString url = info.url();
     if (url.isEmpty())
         return QString();
     if (!append(info, data, size)) {

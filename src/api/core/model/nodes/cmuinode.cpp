@@ -261,7 +261,7 @@ void CMUINode::watch(CMAbstractWorker::ChangeType type, const CMPath& path, cons
 {
     const CMNodeLocker lock(mutex());
     if (!m_watches)
-        m_watches.reset(new CMWatches(this));
+        m_watches = std::make_unique<CMWatches>(this);
     m_watches->add(type, path, method);
 }
 
