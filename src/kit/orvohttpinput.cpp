@@ -64,7 +64,7 @@ CMPath OrvoHttpInput::path()
 
 QStringList OrvoHttpInput::roles()
 {
-    const QStringList roles = text(QStringLiteral("roles")).split(QLatin1Char(','), Qt::SkipEmptyParts);
+    QStringList roles = text(QStringLiteral("roles")).split(QLatin1Char(','), Qt::SkipEmptyParts);
     if (roles.isEmpty())
         fail(QStringLiteral("No roles: names between commas"));
     return roles;
@@ -136,7 +136,7 @@ void OrvoHttpInput::fail(const QString& message)
 CMPath OrvoHttpInput::toPath(const QString& key, const QVariant& value)
 {
     const QString text = value.toString();
-    const CMPath path = CMPath::fromEncoded(text);
+    CMPath path = CMPath::fromEncoded(text);
     if (!isText(value) || path.isEmpty())
         fail(key + QStringLiteral(" is no path"));
     else if (text.size() > OrvoHttpGateway::PathLimit)

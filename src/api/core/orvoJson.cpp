@@ -72,7 +72,7 @@ bool isAscii(const char* data, uint32_t length)
 QString toText(const char* data, uint32_t length)
 {
     if (!length)
-        return QStringLiteral("");
+        return QLatin1String("");
     return isAscii(data, length) ? QString::fromLatin1(data, int(length)) : orvoFromUtf8(data, int(length));
 }
 

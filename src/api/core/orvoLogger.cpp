@@ -151,7 +151,8 @@ bool OrvoLogger::setLogLevel(const QString& logger, OrvoLogLevel::Enum level)
 
 void OrvoLogger::disable()
 {
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
+    log4cplus::Logger root = log4cplus::Logger::getRoot();
+    root.setLogLevel(log4cplus::OFF_LOG_LEVEL);
 }
 
 bool OrvoLogger::startExternalListener(const QString& pipeName)

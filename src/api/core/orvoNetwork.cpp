@@ -21,7 +21,8 @@ OrvoNetworkAddress firstAddress4(const OrvoList<OrvoNetworkAddress>& addresses)
 QStringList addresses4(const OrvoList<OrvoNetworkAddress>& addresses)
 {
     QStringList ips;
-    for (const OrvoNetworkAddress& address : addresses.toTyped())
+    const QList<OrvoNetworkAddress> typed = addresses.toTyped();
+    for (const OrvoNetworkAddress& address : typed)
         if (address.protocol() == 0)
             ips.append(address.ip());
     return ips;

@@ -65,7 +65,8 @@ int orvoHash(const QVariant& value)
     }
     case QVariant::List: {
         uint hash = 0;
-        for (const QVariant& element : value.toList())
+        const QVariantList elements = value.toList();
+        for (const QVariant& element : elements)
             hash = combined(hash, uint(orvoHash(element)));
         return int(hash);
     }

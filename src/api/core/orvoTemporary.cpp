@@ -128,7 +128,8 @@ void TemporaryDataStorage::cleanup(const QString& name)
     // Compared as text: a name filter would read wildcards in the name and take letters of either case.
     const QString head = prefix.mid(behindFolder) + name + QLatin1Char('_');
     const auto all = QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System;
-    for (const QString& entry : folder.entryList(all)) {
+    const QStringList entries = folder.entryList(all);
+    for (const QString& entry : entries) {
         if (!entry.startsWith(head))
             continue;
         const QString path = folder.filePath(entry);

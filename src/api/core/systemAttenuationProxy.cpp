@@ -27,7 +27,8 @@ SystemAttenuationProxy::SystemAttenuationProxy(const QString& name, int ignoreMs
 {
     LOG4CPLUS_DEBUG(logger(), m_name << (noTimer ? " no timer" : " timer"));
     const OrvoValue map(CMRoot()->getValue(OrvoPlayerVolumeMapPath()).toHash());
-    for (const QVariant& attenuation : map.doubleList())
+    const OrvoList<double> attenuations = map.doubleList();
+    for (const QVariant& attenuation : attenuations)
         m_attenuations.append(attenuation.toDouble());
 
     // As children they follow to another thread.

@@ -390,7 +390,8 @@ void CMListRowsNode::watchInsert(const QVariant& row)
     const CMPath target = CMPath::fromQVariant(row);
     if (++m_targets[target] > 1)
         return;
-    for (const CMPath& path : rowsPaths())
+    const QSet<CMPath> paths = rowsPaths();
+    for (const CMPath& path : paths)
         connectWatchedDataChange(CMPath(target).addParams(path.params()));
 }
 
@@ -404,7 +405,8 @@ void CMListRowsNode::watchRemove(const QVariant& row)
     if (it == m_targets.end() || --*it > 0)
         return;
     m_targets.erase(it);
-    for (const CMPath& path : rowsPaths())
+    const QSet<CMPath> paths = rowsPaths();
+    for (const CMPath& path : paths)
         disconnectWatchedDataChange(CMPath(target).addParams(path.params()));
 }
 
@@ -452,7 +454,8 @@ void CMListRowsNode::watchedDataChanged(CMPath changePath)
 
     // Grows over the subscribed paths: a later one hears the numbers of those before it, too.
     QStringList changes;
-    for (const CMPath& subscribed : rowsPaths()) {
+    const QSet<CMPath> paths = rowsPaths();
+    for (const CMPath& subscribed : paths) {
         CMPath target = changePath;
         const QStringList keys = subscribed.params().keys();
         if (!std::all_of(keys.cbegin(), keys.cend(), [&](const QString& key) { return target.hasParam(key); }))
