@@ -515,7 +515,7 @@ void pinToOneCore()
 
 QJsonArray measureAll()
 {
-    constexpr int rounds = 3;
+    constexpr int rounds = 5;
     struct Figures
     {
         QString name;
