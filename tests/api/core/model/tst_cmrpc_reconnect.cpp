@@ -257,8 +257,8 @@ private slots:
             QCOMPARE(OrvoValue(reply.value().value(0)).i32_(), 1);
         }
         QVERIFY(served > 0);
-        // The subscription still stands, once.
-        QVERIFY(waitForReply(ask("getData", path("value"))));
+        // The subscription still stands, once; what was appended before has been told by then.
+        QVERIFY(waitForReply(m_worker->getData(CMPath::fromEncoded(m_service + ":slow?ms=60"), {OrvoRoles::Value()})));
         subscriber.clear();
         QVERIFY(waitForReply(m_worker->invoke(path("append"), true)));
         QTRY_COMPARE(subscriber.changes.size(), 1);
