@@ -2,12 +2,13 @@
 
 #include <QString>
 
-// The enumerations of the records. Plain enumerators travel as numbers; the two role vocabularies travel as text.
+// The enumerations of the records. Plain enumerators travel as numbers, and hold any number of a peer; the two role
+// vocabularies travel as text.
 
 /// What a node is: the role `type`.
 struct OrvoRolesType
 {
-    enum Enum {
+    enum Enum : int {
         None_ = 0,
         Container_ = 1,
         Image_ = 2,
@@ -37,7 +38,7 @@ struct OrvoRolesType
 /// What a container is for: the role `containerType`.
 struct OrvoRolesContainerType
 {
-    enum Enum {
+    enum Enum : int {
         None_ = 0,
         Context_ = 100,
         Form_ = 104,
@@ -50,7 +51,7 @@ struct OrvoRolesContainerType
 /// What a list of rows is about.
 struct OrvoRowsRolesType
 {
-    enum Enum {
+    enum Enum : int {
         None_ = 0,
         Context_ = 1,
         Music_ = 2,
@@ -61,7 +62,7 @@ struct OrvoRowsRolesType
 /// The member that an OrvoOperation holds.
 struct OrvoOperationType
 {
-    enum Enum {
+    enum Enum : int {
         Not_ = 0,
         Add = 1,
         AddSteps = 2,
@@ -71,7 +72,7 @@ struct OrvoOperationType
 /// The kind of change that a subscription over the link is for: the numbers of CMAbstractWorker::ChangeType.
 struct OrvoSubscribeType
 {
-    enum Enum {
+    enum Enum : int {
         Value = 0,
         Data = 1,
         Rows = 2,
@@ -81,7 +82,7 @@ struct OrvoSubscribeType
 /// The kind of change that a subscription of an event queue is for.
 struct OrvoEventSubscribeType
 {
-    enum Enum {
+    enum Enum : int {
         DataChanged = 1,
         RowsChanged = 2,
         ValueChanged = 13,
@@ -90,14 +91,14 @@ struct OrvoEventSubscribeType
 
 struct OrvoEventItemType
 {
-    enum Enum {
+    enum Enum : int {
         Updated = 2,
     };
 };
 
 struct OrvoEventRowsType
 {
-    enum Enum {
+    enum Enum : int {
         Closed = 1,
         Reset = 2,
         Changed = 3,
@@ -106,7 +107,7 @@ struct OrvoEventRowsType
 
 struct OrvoRowEventType
 {
-    enum Enum {
+    enum Enum : int {
         Inserted = 1,
         Removed = 2,
         Updated = 3,
@@ -116,7 +117,7 @@ struct OrvoRowEventType
 
 struct OrvoNetworkProfileWirelessEncryption
 {
-    enum Enum {
+    enum Enum : int {
         None_ = 0,
         Wep = 1,
         WpaPsk = 2,
@@ -125,7 +126,7 @@ struct OrvoNetworkProfileWirelessEncryption
 
 struct OrvoPowerManagerTargets
 {
-    enum Enum {
+    enum Enum : int {
         None_ = 0,
         On = 1,
     };
@@ -133,7 +134,7 @@ struct OrvoPowerManagerTargets
 
 struct OrvoPowerManagerTargetReason
 {
-    enum Enum {
+    enum Enum : int {
         None_ = 0,
         UserActivity = 1,
     };
@@ -142,7 +143,7 @@ struct OrvoPowerManagerTargetReason
 /// The level numbers of log4cplus; Default stands for "no level of its own".
 struct OrvoLogLevel
 {
-    enum Enum {
+    enum Enum : int {
         Default = -1,
         Trace = 0,
         Debug = 10000,

@@ -19,9 +19,10 @@ QByteArray serialized(const OrvoMsg& msg, int capacity = 8192)
     return bytes.left(int(size));
 }
 
-const unsigned char* bytesOf(const QByteArray& samples)
+/// Of bytes that outlive the message, and so not of a QByteArray made on the way.
+const unsigned char* bytesOf(const char* samples)
 {
-    return reinterpret_cast<const unsigned char*>(samples.constData());
+    return reinterpret_cast<const unsigned char*>(samples);
 }
 
 } // namespace
