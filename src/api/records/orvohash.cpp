@@ -4,6 +4,8 @@
 
 #include <QStringList>
 
+#include <algorithm>
+
 namespace {
 
 QVariantHash mergedHash(QVariantHash into, const QVariantHash& from);
@@ -40,11 +42,21 @@ bool sameHash(const QVariantHash& a, const QVariantHash& b)
         return false;
     for (auto it = a.cbegin(); it != a.cend(); ++it) {
         const auto found = b.constFind(it.key());
-        // Values of two types may compare otherwise the other way around; QHash is content with one of them.
-        if (found == b.cend() || (!orvoSameValue(*it, *found) && !orvoSameValue(*found, *it)))
+        if (found == b.cend())
+            return false;
+        if (orvoSameValue(*it, *found))
+            continue;
+        // Values of two types may compare otherwise the other way around; QHash is content with one of them. It asks so
+        // of equal types, too, and thereby takes twice the time for each level that a peer nests.
+        if (it->userType() == found->userType() || !(*found == *it))
             return false;
     }
     return true;
+}
+
+bool sameList(const QVariantList& a, const QVariantList& b)
+{
+    return std::equal(a.cbegin(), a.cend(), b.cbegin(), b.cend(), orvoSameValue);
 }
 
 template <typename T>
@@ -64,6 +76,9 @@ bool orvoSameValue(const QVariant& a, const QVariant& b)
     case QMetaType::QVariantHash:
         return sameHash(*static_cast<const QVariantHash*>(a.constData()),
                         *static_cast<const QVariantHash*>(b.constData()));
+    case QMetaType::QVariantList:
+        return sameList(*static_cast<const QVariantList*>(a.constData()),
+                        *static_cast<const QVariantList*>(b.constData()));
     case QMetaType::QString:
         return same<QString>(a, b);
     case QMetaType::LongLong:

@@ -130,6 +130,15 @@ void TestOrvoHash::recordsCompareAsTheirHashesDo()
     QVERIFY(equal > values.size());
     QVERIFY(OrvoHash(inner) != OrvoHash(longer));
     QVERIFY(OrvoHash() == OrvoHash(QVariantHash()));
+
+    // A peer may nest this deep; the time must not double with each level.
+    QVariant deep(1);
+    QVariant different(2);
+    for (int level = 0; level < 200; ++level) {
+        deep = level % 2 ? QVariant(QVariantList{deep}) : QVariant(QVariantHash{{"a", deep}});
+        different = level % 2 ? QVariant(QVariantList{different}) : QVariant(QVariantHash{{"a", different}});
+    }
+    QVERIFY(record("k", deep) != record("k", different));
 }
 
 QTEST_APPLESS_MAIN(TestOrvoHash)
